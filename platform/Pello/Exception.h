@@ -1,0 +1,79 @@
+#pragma once
+
+#include "Pello/String.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <source_location>
+#include <utility>
+
+namespace Pello {
+
+/// Where a message comes from. The names are fixed text, never a path of the build machine, so
+/// that messages are equal whoever built the library; only the line is the compiler's.
+struct SourceTag {
+    constexpr SourceTag(const char* theClass, const char* theSource, const char* theOperation,
+                        std::source_location where = std::source_location::current())
+        : className(theClass)
+        , source(theSource)
+        , operation(theOperation)
+        , line(where.line()) {}
+
+    const char* className;
+    const char* source;
+    const char* operation;
+    unsigned line;
+};
+
+/// Base of all errors of the system. `message()` (and `what()`) is exactly the formatted text: it
+/// gets quoted inside other messages, so the tag stays beside it and never becomes part of it.
+class Exception : public std::exception {
+  public:
+    Exception(const SourceTag& tag, String message)
+        : tag_(tag)
+        , message_(std::move(message)) {}
+
+    const char* what() const noexcept override { return message_.c_str(); }
+    const String& message() const noexcept { return message_; }
+    const SourceTag& tag() const noexcept { return tag_; }
+
+  private:
+    SourceTag tag_;
+    String message_;
+};
+
+/// A table, file or collection cannot be brought into use.
+struct InvalidInitializeException : Exception {
+    using Exception::Exception;
+};
+
+/// Shared memory holds something that its writer can never have left there.
+struct CorruptionDetectedException : Exception {
+    using Exception::Exception;
+};
+
+/// A mapping or a local array cannot get the memory that it needs.
+struct MemoryResourceException : Exception {
+    using Exception::Exception;
+};
+
+/// The operation needs a writer and the object is a reader.
+struct NoPermissionException : Exception {
+    using Exception::Exception;
+};
+
+/// An argument or a computed quantity lies outside what can be represented.
+struct RuntimeException : Exception {
+    using Exception::Exception;
+};
+
+/// Formats and throws. Kept out of line so that the checks on hot paths cost a compare and a
+/// jump; the format is checked against its arguments at compile time.
+template <class E, class... Args>
+[[noreturn, gnu::cold, gnu::noinline]] void
+raise(const SourceTag& tag, fmt::format_string<Args...> format, Args&&... args) {
+    throw E(tag, fmt::format(format, std::forward<Args>(args)...));
+}
+
+} // namespace Pello

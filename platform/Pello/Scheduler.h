@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Pello {
+
+/// The tasks of one thread that may not wait for a long operation to end. They run between two
+/// slices of such an operation, inside the critical section of the table that is being changed:
+/// a critical task never writes that table.
+class TaskSchedulerRoot {
+  public:
+    using Ptr = std::shared_ptr<TaskSchedulerRoot>;
+    using Task = std::function<void()>;
+
+    void criticalPriorityTaskIs(Task task);
+
+    /// Runs every task that was ready when the call began; what they add waits for the next call.
+    void runCriticalPriorityTasks();
+
+  private:
+    std::vector<Task> critical_;
+};
+
+/// The calling thread's scheduler root. The reference is to be let go after use.
+TaskSchedulerRoot::Ptr schedulerRootPello();
+
+} // namespace Pello
