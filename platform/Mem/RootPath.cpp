@@ -1,0 +1,111 @@
+#include "Mem/RootPath.h"
+
+#include "Pello/Exception.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Mem {
+
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+
+Pello::String& baseFolder() {
+    static auto* const folder = new Pello::String("/dev/shm/rsvp-vesk");
+    return *folder;
+}
+
+std::vector<Pello::String> componentsOf(const Pello::String& name) {
+    std::vector<Pello::String> components(1);
+    for (const char c : name) {
+        if (c == '/') {
+            components.emplace_back();
+        } else {
+            components.back() += c;
+        }
+    }
+    return components;
+}
+
+Pello::String parentOf(const Pello::String& path) { return path.substr(0, path.rfind('/')); }
+
+} // namespace
+
+namespace RootPath {
+
+void baseIs(const Pello::String& folder) {
+    Pello::String& base = baseFolder();
+    base = folder;
+    while (base.size() > 1 && base.back() == '/') {
+        base.pop_back();
+    }
+}
+
+const Pello::String& base() { return baseFolder(); }
+
+Pello::String makeFolders(const Pello::String& folder) {
+    std::vector<Pello::String> made;
+    Pello::String problem;
+    for (std::size_t end = folder.find('/', 1); problem.empty(); end = folder.find('/', end + 1)) {
+        const Pello::String path = folder.substr(0, end);
+        if (mkdir(path.c_str(), kFolderMode) == 0) {
+            made.push_back(path);
+            // The umask may have taken bits away; readers of other users need them.
+            if (chmod(path.c_str(), kFolderMode) != 0) problem = std::strerror(errno);
+        } else if (errno == EEXIST) {
+            struct stat status {};
+            if (stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) {
+                problem = std::strerror(ENOTDIR);
+            }
+        } else {
+            problem = std::strerror(errno);
+        }
+        if (!problem.empty()) problem = "cannot create folder " + path + ": " + problem;
+        if (end == Pello::String::npos) break;
+    }
+    if (!problem.empty()) {
+        for (auto path = made.rbegin(); path != made.rend(); ++path) {
+            rmdir(path->c_str());
+        }
+    }
+    return problem;
+}
+
+} // namespace RootPath
+
+OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pello::String& name,
+                         bool create)
+    : name_(name.substr(std::min(name.find_first_not_of('/'), name.size())))
+    , base_(RootPath::base()) {
+    const Pello::SourceTag tag("OruRootPath", "Mem/RootPath", "OruRootPath");
+    for (const Pello::String& component : componentsOf(name_)) {
+        if (component.empty() || component == "." || component == "..") {
+            Pello::raise<Pello::InvalidInitializeException>(
+                tag, "bad table name \"{}\": empty, \".\" and \"..\" components are not allowed",
+                name);
+        }
+    }
+    path_ = base_ + "/" + name_;
+    if (!create) return;
+    if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
+        Pello::raise<Pello::InvalidInitializeException>(tag, "{}", problem);
+    }
+    PELLO_TRACE(handler, 5, tag, "{}", path_);
+}
+
+void OruRootPath::removeFile(const Pello::String& fileName) const {
+    unlink(filePath(fileName).c_str());
+}
+
+void OruRootPath::removeEmptyFolders() const {
+    for (Pello::String folder = path_; folder.size() > base_.size(); folder = parentOf(folder)) {
+        if (rmdir(folder.c_str()) != 0) return;
+    }
+}
+
+} // namespace Mem

@@ -1,0 +1,72 @@
+#pragma once
+
+// Named places directly before each store that other processes, or the next writer after a crash,
+// can see. A test stops or kills the process there and looks at what it left. A release build
+// (RSVPVESK_STOP_POINTS not defined) has no trace of them.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#if defined(RSVPVESK_STOP_POINTS)
+#include <atomic>
+#endif
+
+namespace Mem {
+
+/// One name per publishing store of the protocol, in the order in which docs/protocol.md lists
+/// them.
+enum class StopPoint : std::uint8_t {
+    criticalEnter,  // the critical section flag, set
+    criticalLeave,  // the critical section flag, cleared
+    headerFormat,   // the image of the common header
+    slotFormat,     // the link word of a slot that is being formatted
+    freeHead,       // the head of the free list
+    occupiedCount,  // the number of occupied slots
+    slotRhash,      // the hash of a slot that is not yet reachable
+    slotOwnLink,    // the link word of a slot that is not yet reachable
+    lookasideRhash, // the hash of the lookaside image
+    lookasideValue, // the value of the lookaside image
+    rewriteBegin,   // the sequence word, first half of a rewrite
+    slotValue,      // the value of a slot
+    rewriteEnd,     // the sequence word, second half of a rewrite
+    linkSlot,       // the link that makes a slot reachable
+    unlinkSlot,     // the link that makes a slot unreachable
+    clearOccupied,  // the sequence word of a slot that was unlinked
+    freeLink,       // the link word of a freed slot
+    slotCount,      // the published number of slots
+    bucketFormat,   // the words and the header of a fresh bucket file
+    bucketSplit,    // the word of an upper bucket before it is in use
+    bucketCount,    // the published number of buckets
+    bucketCut,      // the end of a lower chain after doubling
+    bucketJoin,     // the end of a lower chain before halving
+    count_
+};
+
+inline constexpr std::size_t kStopPoints = static_cast<std::size_t>(StopPoint::count_);
+
+inline constexpr std::array<std::string_view, kStopPoints> kStopPointNames{
+    "criticalEnter", "criticalLeave", "headerFormat", "slotFormat",     "freeHead",
+    "occupiedCount", "slotRhash",     "slotOwnLink",  "lookasideRhash", "lookasideValue",
+    "rewriteBegin",  "slotValue",     "rewriteEnd",   "linkSlot",       "unlinkSlot",
+    "clearOccupied", "freeLink",      "slotCount",    "bucketFormat",   "bucketSplit",
+    "bucketCount",   "bucketCut",     "bucketJoin"};
+
+#if defined(RSVPVESK_STOP_POINTS)
+
+using StopHook = void (*)(StopPoint);
+
+inline std::atomic<StopHook> stopHook{nullptr};
+
+inline void stopAt(StopPoint point) {
+    if (const StopHook hook = stopHook) hook(point);
+}
+
+#else
+
+constexpr void stopAt(StopPoint) {}
+
+#endif
+
+} // namespace Mem
