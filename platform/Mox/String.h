@@ -1,0 +1,9 @@
+#pragma once
+
+#include "Pello/String.h"
+
+namespace Mox {
+
+using String = Pello::String;
+
+} // namespace Mox

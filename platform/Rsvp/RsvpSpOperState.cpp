@@ -1,0 +1,28 @@
+#include "Rsvp/RsvpSpOperState.h"
+
+#include <array>
+
+namespace Rsvp {
+
+namespace {
+
+constexpr std::array kStates = {
+    Mox::Enumerator{rsvpSpUnknownOperState, "rsvpSpUnknownOperState"},
+    Mox::Enumerator{rsvpSpUpOperState, "rsvpSpUpOperState"},
+    Mox::Enumerator{rsvpSpDownOperState, "rsvpSpDownOperState"},
+};
+constexpr std::array kEnumerations = {
+    Mox::EnumDescriptor{0, "Rsvp::RsvpSpOperState", sizeof(RsvpSpOperState), kStates},
+};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpSpOperState", kEnumerations};
+
+[[maybe_unused]] const Mox::MoxTypeBase atLoad = moxType(RsvpSpOperState{});
+
+} // namespace
+
+Mox::MoxTypeBase moxType(RsvpSpOperState) {
+    static const Mox::ModuleRegistration once(kModule);
+    return {kModule.name, 0};
+}
+
+} // namespace Rsvp
