@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Mem/Mapping.h"
+
+namespace Vesk::Util {
+
+/// Name of the marker that a reader leaves when it finds a table corrupt.
+inline constexpr const char* CORRUPTION_FILENAME = "corruption-detected";
+
+/// Throws `CorruptionDetectedException` unless the file behind the mapping is still the one that
+/// its name leads to, a regular file, and at least as large as the mapping.
+void validateFile(const Mem::Mapping& mapping);
+
+/// Both true: a table that fails its validation is an error to keep and to look into, instead of
+/// something to repair.
+bool runningOnPhysicalDut();
+bool strictValidation();
+void runningOnPhysicalDutIs(bool physical);
+void strictValidationIs(bool strict);
+
+/// A seed for the hashes of a fresh table, different from `previous`. It comes from `rand()`,
+/// whose sequence belongs to the process and is never seeded here; a process that has not called
+/// `srand` starts where every other does, which is why the previous seed is excluded.
+std::uint32_t newHashSeed(std::uint32_t previous);
+
+} // namespace Vesk::Util

@@ -1,0 +1,144 @@
+#include "VeskCore/BucketWriter.h"
+
+#include "Pello/Util.h"
+#include "Vesk/Util.h"
+
+#include <utility>
+
+namespace VeskCore {
+
+using Mem::StopPoint;
+using Vesk::SlotLink;
+using VersionedCount = Mem::VersionedRef<std::uint32_t>;
+
+namespace {
+
+constexpr std::uint32_t kMagic = 0x544B4256; // "VBKT"
+constexpr std::uint32_t kFormatVersion = 1;
+constexpr std::uint32_t kInitialBuckets = 2;
+
+std::uint64_t fileSize(std::uint32_t buckets) {
+    return Pello::Util::fileSizeHelper(buckets, sizeof(SlotLink), BucketTable::Header::kSize);
+}
+
+Pello::SourceTag tagOf(const char* operation,
+                       std::source_location where = std::source_location::current()) {
+    return {"BucketWriter", "VeskCore/BucketWriter", operation, where};
+}
+
+} // namespace
+
+Pello::String BucketTable::Header::toString() const {
+    return fmt::format("magic:{:#x} ravoId:{} format:{} flags:{} numBuckets:{}", Mem::load(magic),
+                       Mem::load(ravoId), Mem::load(format), Mem::load(flags),
+                       VersionedCount::loadFrom(numBuckets));
+}
+
+BucketWriter<SlotLink>::BucketWriter(std::shared_ptr<Pello::Platform::DebugHandler> handler,
+                                     const Mem::OruRootPath& rootPath,
+                                     Mem::SharedMemWrapper::Options options,
+                                     Bucket::WriterCounters& counters)
+    : Debuggable(std::move(handler))
+    , mapping_(rootPath, FILENAME, options)
+    , counters_(counters) {}
+
+unsigned BucketWriter<SlotLink>::attach(SharedMem::RavoId id) {
+    detach();
+    const bool existed = mapping_->existingSize() != 0;
+    const std::uint64_t size = fileSize(kInitialBuckets);
+    if (!mapping_->attachAs(size)) {
+        Pello::raise<Pello::InvalidInitializeException>(tagOf("attach"),
+                                                        "cannot attach to shmem {} size:{}: {}",
+                                                        mapping_->name(), size, mapping_->error());
+    }
+    Pello::String error;
+    if (existed && validateText(id, error)) {
+        adopt();
+        PELLO_TRACE(*this, 2, tagOf("attach"), "to existing {}", mapping_->name());
+        return 2;
+    }
+    if (!mapping_->resize(size)) {
+        Pello::raise<Pello::MemoryResourceException>(tagOf("attach"),
+                                                     "failed to resize {} to size {} : {}",
+                                                     mapping_->name(), size, mapping_->error());
+    }
+    format(id);
+    adopt();
+    PELLO_TRACE(*this, existed ? 1 : 2, tagOf("attach"), "{} {}",
+                existed ? "re-formatted" : "to new file", mapping_->name());
+    return existed ? 4 : 1;
+}
+
+void BucketWriter<SlotLink>::format(SharedMem::RavoId id) {
+    // Two buckets in successor order: bucket 0, then bucket 1, then the end of the table.
+    SlotLink* const words =
+        reinterpret_cast<SlotLink*>(mapping_->base() + BucketTable::Header::kSize);
+    words[0].format(StopPoint::bucketFormat, SlotLink::kStateStep, SlotLink::toBucket(1));
+    words[1].format(StopPoint::bucketFormat, SlotLink::kStateStep, SlotLink::kEnd);
+    BucketTable::Header image{};
+    image.magic = kMagic;
+    image.ravoId = id.word();
+    image.format = kFormatVersion;
+    // Goes on from the old version, so that attached readers notice the re-format.
+    image.numBuckets = VersionedCount::loadFrom(header().numBuckets).next(kInitialBuckets).toWord();
+    Mem::copyWordsIn(StopPoint::bucketFormat, mapping_->base(), &image, sizeof image);
+}
+
+void BucketWriter<SlotLink>::adopt() {
+    words_ = reinterpret_cast<SlotLink*>(mapping_->base() + BucketTable::Header::kSize);
+    numBuckets_ = VersionedCount::loadFrom(header().numBuckets).value;
+    counters_.mappedSize = mapping_->size();
+}
+
+void BucketWriter<SlotLink>::detach() {
+    mapping_->detach();
+    words_ = nullptr;
+    numBuckets_ = 0;
+}
+
+void BucketWriter<SlotLink>::resize(std::uint32_t n) {
+    const std::uint64_t size = fileSize(n);
+    if (!mapping_->resize(size)) {
+        Pello::raise<Pello::MemoryResourceException>(
+            tagOf("resize"),
+            "failed to resize {} from {} to {} buckets, needed {} bytes. Reason: {}",
+            mapping_->name(), numBuckets_, n, size, mapping_->error());
+    }
+    adopt();
+    ++counters_.resizes;
+}
+
+void BucketWriter<SlotLink>::publishNumBuckets(std::uint32_t n) {
+    std::uint64_t& word = header().numBuckets;
+    VersionedCount::loadFrom(word).next(n).publishTo(StopPoint::bucketCount, word);
+    numBuckets_ = n;
+}
+
+bool BucketWriter<SlotLink>::validateText(SharedMem::RavoId id, Pello::String& error) const {
+    const BucketTable::Header& h = header();
+    const std::uint32_t n = VersionedCount::loadFrom(h.numBuckets).value;
+    if (Mem::load(h.magic) != kMagic || Mem::load(h.format) != kFormatVersion) {
+        error = fmt::format("bad bucket header magic:{:#x} format:{}", Mem::load(h.magic),
+                            Mem::load(h.format));
+    } else if (Mem::load(h.ravoId) != id.word()) {
+        error = fmt::format("bad bucket ravo id:{} wanted:{}", Mem::load(h.ravoId), id);
+    } else if (!std::has_single_bit(n)) {
+        error = fmt::format("bad numBuckets:{}", n);
+    } else if (fileSize(n) > mapping_->size()) {
+        error = fmt::format("bad bucket file size:{} wanted:{} for {} buckets", mapping_->size(),
+                            fileSize(n), n);
+    } else {
+        return true;
+    }
+    return false;
+}
+
+bool BucketWriter<SlotLink>::validate(SharedMem::RavoId id, Pello::String& error) const {
+    const bool ok = validateText(id, error);
+    if (!ok) PELLO_TRACE(*this, 0, tagOf("validate"), "{}", error);
+    return ok;
+}
+
+void BucketWriter<SlotLink>::validateFile() const { Vesk::Util::validateFile(*mapping_.get()); }
+
+} // namespace VeskCore
