@@ -1,0 +1,531 @@
+#pragma once
+
+// The writer's index from keys to slots: a split-ordered hash table (Shalev and Shavit,
+// "Split-ordered lists: lock-free extensible hash tables", 2006).
+//
+// Who may call: the one thread of the one writer. Readers walk the same chains meanwhile.
+//
+// The bucket of a key is its hash modulo the number of buckets N, a power of two. A bucket word
+// heads a chain of slots in ascending order of (rhash, key), rhash being the reversed hash. The
+// end of a chain names the next bucket in successor order, the order of bucket indexes with their
+// bits reversed, so that all chains together are one list in ascending rhash order. Doubling the
+// buckets therefore splits every chain in two without moving a slot.
+//
+// Invariants, beside those of Vesk/SlotWords.h:
+// I8   At every store each chain is sorted and reaches every entry of its bucket, for the old and
+//      for the new number of buckets.
+// I9   Doubling: upper words filled, then the number published, then lower chains cut.
+// I10  Halving: chains joined, then the number published, then the file truncated.
+//
+// Every loop over links is bounded by the number of slots or of buckets: a corrupt link ends in
+// `CorruptionDetectedException` and changes nothing.
+
+#include "Pello/Scheduler.h"
+#include "Pello/Time.h"
+#include "Vesk/Counters.h"
+#include "VeskCore/BucketWriter.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace Vesk {
+
+template <class Ops>
+class Validator;
+template <class Ops>
+class VeskWriter;
+
+} // namespace Vesk
+
+namespace VeskCore {
+
+/// The bucket that follows `bucket` in successor order among `numBuckets` = 2^order.
+constexpr std::uint32_t successorBucket(std::uint32_t bucket, std::uint32_t order) {
+    const std::uint32_t numBuckets = 1U << (order & 31U);
+    if (bucket < numBuckets / 2) return bucket + numBuckets / 2;
+    if (order == 0 || order > 31) return 0xFFFFFFFFU % numBuckets;
+    // The reversed increment: leading ones become zeros, the first zero below them becomes one.
+    std::uint32_t bit = numBuckets / 2;
+    while (bit != 0 && (bucket & bit) != 0) {
+        bucket ^= bit;
+        bit >>= 1U;
+    }
+    return (bucket ^ bit) % numBuckets;
+}
+
+template <class Ops>
+class WriterHashMap : public Pello::Debuggable {
+  public:
+    using Key = typename Ops::Key;
+    using Value = typename Ops::Value;
+    using Writer = Vesk::VeskWriter<Ops>;
+
+    WriterHashMap(std::shared_ptr<Pello::Platform::DebugHandler> handler,
+                  const Mem::OruRootPath& rootPath, Mem::SharedMemWrapper::Options options,
+                  Bucket::WriterCounters& counters, Writer& writer, bool shrinkBuckets)
+        : Debuggable(handler)
+        , buckets_(handler, rootPath, options, counters)
+        , writer_(writer)
+        , shrinkBuckets_(shrinkBuckets) {}
+
+    BucketWriter<Vesk::SlotLink>& buckets() { return buckets_; }
+    const BucketWriter<Vesk::SlotLink>& buckets() const { return buckets_; }
+
+    std::uint32_t growThreshold() const { return growThreshold_; }
+    std::uint32_t shrinkBucketsThreshold() const { return shrinkBucketsThreshold_; }
+    bool shrinksBuckets() const { return shrinkBuckets_; }
+
+    /// After the bucket file was attached.
+    void thresholdsUpdate() {
+        growThreshold_ = buckets_.numBuckets();
+        shrinkBucketsThreshold_ = buckets_.numBuckets() / 4;
+    }
+
+    /// While set, `first` and `next` report every slot that they pass.
+    void validatorIs(Vesk::Validator<Ops>* validator) { validator_ = validator; }
+
+    std::uint32_t bucketOf(std::uint32_t hash) const { return hash & buckets_.mask(); }
+
+    /// Looks for `key` in a bucket's chain. Found: `prev` is the link that leads to its slot and
+    /// `curr` the slot. Absent: `prev` is the link behind which the key belongs, `curr` the first
+    /// slot above it, or `prev` where the chain ends.
+    bool find(const Key& key, std::uint32_t bucket, Vesk::SlotLink*& prev, Vesk::SlotLink*& curr,
+              std::uint32_t hash);
+
+    /// The address of the key's value in its slot, or null.
+    const Value* lookup(const Key& key, bool& found);
+
+    /// The first entry at or after a bucket in successor order.
+    bool first(std::uint32_t bucketIndex, Value& out, Vesk::IterHint& hint);
+
+    /// The entry after `key`, which need not be in the table. `key` may lie inside `out`.
+    bool next(const Key& key, Value& out, Vesk::IterHint& hint);
+
+    /// Throws unless `next` follows `bucket` in successor order.
+    void verifyNextBucket(std::uint32_t bucket, std::uint32_t next) const;
+
+    /// Doubles the buckets. Keeps I8 and I9.
+    void growBuckets();
+    /// Halves the buckets. Keeps I8 and I10.
+    void shrinkBuckets();
+
+  private:
+    static Pello::SourceTag tagOf(const char* operation,
+                                  std::source_location where = std::source_location::current()) {
+        return {"WriterHashMap", "VeskCore/WriterHashMap", operation, where};
+    }
+
+    template <class... Args>
+    [[noreturn]] static void raiseCorruption(const char* operation,
+                                             fmt::format_string<Args...> format, Args&&... args) {
+        Pello::raise<Pello::CorruptionDetectedException>(tagOf(operation), format,
+                                                         std::forward<Args>(args)...);
+    }
+
+    /// How a walk through one chain towards (rhash, key) ended.
+    enum class Place {
+        at,     // on the slot that holds the key
+        before, // on the first slot above it
+        end     // behind the last slot
+    };
+
+    auto& slots() const { return writer_.slotTable(); }
+    std::uint32_t hashOf(const Key& key) const { return Ops::hash(key, writer_.hashSeed()); }
+    std::uint32_t bucketOf(const Vesk::SlotWords& slot) const {
+        return bucketOf(hashOf(slots().keyOf(slot)));
+    }
+
+    static Vesk::SlotWords& slotOf(Vesk::SlotLink* link) {
+        return *reinterpret_cast<Vesk::SlotWords*>(link);
+    }
+
+    Place walk(const char* operation, const char* corruptKeyName, const Key& key,
+               std::uint32_t bucket, std::uint32_t hash, Vesk::SlotLink*& prev,
+               Vesk::SlotLink*& curr);
+
+    enum class Step {
+        entry,  // the hint names an entry that was copied out
+        bucket, // the chain ends, `nextBucket` follows
+        end,    // the table ends
+        unknown // the hint is not good
+    };
+
+    /// `following` is the slot or the bucket that the step leads to.
+    Step fastNext(const Key& key, const Vesk::IterHint& hint, std::uint32_t& following) const;
+    bool slowNext(const Key& key, Value& out, Vesk::IterHint& hint);
+    void checkEnd(const char* operation, std::uint32_t bucket) const;
+    void checkOccupied(const char* operation, const Vesk::SlotWords& slot,
+                       std::uint32_t index) const;
+    void reportToValidator(const char* operation, const Vesk::SlotWords& slot, std::uint32_t index,
+                           bool slowPath = false);
+
+    /// The last link of a bucket's chain before the first slot that `leaves` tells to go.
+    template <class Leaves>
+    Vesk::SlotLink& lastLinkOf(std::uint32_t bucket, Leaves leaves) const;
+    std::uint64_t newDeadline() const;
+    void maybeYield(std::uint64_t& deadline) const;
+
+    std::uint32_t growThreshold_ = 0;
+    std::uint32_t shrinkBucketsThreshold_ = 0;
+    BucketWriter<Vesk::SlotLink> buckets_;
+    Writer& writer_;
+    bool shrinkBuckets_;
+    Vesk::Validator<Ops>* validator_ = nullptr;
+};
+
+template <class Ops>
+inline auto WriterHashMap<Ops>::walk(const char* operation, const char* corruptKeyName,
+                                     const Key& key, std::uint32_t bucket, std::uint32_t hash,
+                                     Vesk::SlotLink*& prev, Vesk::SlotLink*& curr) -> Place {
+    const auto& table = slots();
+    const std::uint32_t rhash = Ops::rhash(hash);
+    const std::uint32_t mask = buckets_.mask();
+    prev = curr = &buckets_[bucket];
+    std::uint32_t count = 0;
+    for (std::uint32_t next = prev->next(); !Vesk::SlotLink::leavesChain(next);) {
+        if (++count > table.capacity()) [[unlikely]] {
+            raiseCorruption(operation, "hash chain cycle detected, slotCount:{} capacity:{}", count,
+                            table.capacity());
+        }
+        Vesk::SlotWords& slot = table.slot(next);
+        curr = &slot.link;
+        checkOccupied(operation, slot, next);
+        const Key& slotKey = table.keyOf(slot);
+        const std::uint32_t slotRhash = slot.rhash();
+        // The same key is in the same bucket, so that only other keys need be hashed.
+        if (slotRhash == rhash && Ops::equal(slotKey, key)) return Place::at;
+        if ((hashOf(slotKey) & mask) != bucket) [[unlikely]] {
+            raiseCorruption(operation, "corrupt key detected, {}: {}",
+                            fmt::string_view(corruptKeyName), next);
+        }
+        if (slotRhash > rhash || (slotRhash == rhash && Ops::less(key, slotKey))) {
+            return Place::before;
+        }
+        PELLO_TRACE(*this, 9, tagOf(operation), "{} next curr:{}", key, next);
+        prev = curr;
+        next = prev->next();
+    }
+    return Place::end;
+}
+
+template <class Ops>
+inline bool WriterHashMap<Ops>::find(const Key& key, std::uint32_t bucket, Vesk::SlotLink*& prev,
+                                     Vesk::SlotLink*& curr, std::uint32_t hash) {
+    const bool found = walk("find", "slotId", key, bucket, hash, prev, curr) == Place::at;
+    PELLO_TRACE(*this, 9, tagOf("find"), "{} {}found curr:{} next:{}", key, found ? "" : "not ",
+                Vesk::SlotLink::index(prev->next()), Vesk::SlotLink::index(curr->next()));
+    return found;
+}
+
+template <class Ops>
+inline auto WriterHashMap<Ops>::lookup(const Key& key, bool& found) -> const Value* {
+    const std::uint32_t hash = hashOf(key);
+    const std::uint32_t bucket = bucketOf(hash);
+    Vesk::SlotLink* prev = nullptr;
+    Vesk::SlotLink* curr = nullptr;
+    found = walk("lookup", "slot", key, bucket, hash, prev, curr) == Place::at;
+    if (!found) {
+        PELLO_TRACE(*this, 8, tagOf("lookup"), "{} not found bucket:{}", key, bucket);
+        return nullptr;
+    }
+    const Vesk::SlotWords& slot = slotOf(curr);
+    slots().lastReadIs(slot);
+    PELLO_TRACE(*this, 9, tagOf("lookup"), "{} found bucket:{} slotId:{}", key, bucket,
+                prev->next());
+    return &slots().valueOf(slot);
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::verifyNextBucket(std::uint32_t bucket, std::uint32_t next) const {
+    if (next != successorBucket(bucket, buckets_.order())) [[unlikely]] {
+        raiseCorruption("verifyNextBucket",
+                        "has bucket: {} with next bucket: {} and numBuckets: {}", bucket, next,
+                        buckets_.numBuckets());
+    }
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::checkEnd(const char* operation, std::uint32_t bucket) const {
+    if (bucket != buckets_.numBuckets() - 1) [[unlikely]] {
+        raiseCorruption(operation,
+                        "thinks we've reached the end of the table, but we're in bucket {} when "
+                        "there are numBuckets: {}",
+                        bucket, buckets_.numBuckets());
+    }
+}
+
+template <class Ops>
+inline void WriterHashMap<Ops>::checkOccupied(const char* operation, const Vesk::SlotWords& slot,
+                                              std::uint32_t index) const {
+    if (!slot.occupied()) [[unlikely]] {
+        raiseCorruption(operation, "slotId: {} not marked as occupied", index);
+    }
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::reportToValidator(const char* operation, const Vesk::SlotWords& slot,
+                                           std::uint32_t index, bool slowPath) {
+    const std::uint32_t rhash = Ops::rhash(hashOf(slots().keyOf(slot)));
+    if (slot.rhash() != rhash) {
+        if (slowPath) {
+            raiseCorruption(operation,
+                            "corrupt rhash detected, slotId: {} slot.rhash:{:08x} rhash:{:0x}",
+                            index, slot.rhash(), rhash);
+        }
+        raiseCorruption(operation,
+                        "corrupt rhash detected, slotId: {} slot.rhash:{:08x} rhash:{:08x}", index,
+                        slot.rhash(), rhash);
+    }
+    validator_->markOccupied(index);
+}
+
+template <class Ops>
+bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::IterHint& hint) {
+    const auto& table = slots();
+    std::uint32_t current = bucketIndex;
+    std::uint32_t head = buckets_[current].next();
+    for (std::uint32_t count = 0; Vesk::SlotLink::leavesChain(head);) {
+        if (head == Vesk::SlotLink::kEnd) {
+            checkEnd("first", current);
+            PELLO_TRACE(*this, 8, tagOf("first"), "none found!");
+            return false;
+        }
+        if (++count >= buckets_.numBuckets()) [[unlikely]] {
+            raiseCorruption("first", "has bucket cycle detected, bucketCount: {} numBuckets: {}",
+                            count, buckets_.numBuckets());
+        }
+        const std::uint32_t next = Vesk::SlotLink::index(head);
+        verifyNextBucket(current, next);
+        head = buckets_[next].next();
+        current = next;
+    }
+    const Vesk::SlotWords& slot = table.slot(head);
+    if (!slot.occupied()) [[unlikely]] {
+        raiseCorruption("first", "slotId: {} from bucket: {} not marked as occupied", head,
+                        current);
+    }
+    slots().lastReadIs(slot);
+    Ops::Marshall::fromSlot(out, slot.value());
+    if (bucketOf(slot) != current) [[unlikely]] {
+        raiseCorruption("first", "corrupt key detected, slotId: {}", head);
+    }
+    if (validator_ != nullptr) reportToValidator("first", slot, head);
+    hint = {slot.sequence(), head, current};
+    PELLO_TRACE(*this, 9, tagOf("first"), "{} found at bucket {}", out, current);
+    return true;
+}
+
+template <class Ops>
+auto WriterHashMap<Ops>::fastNext(const Key& key, const Vesk::IterHint& hint,
+                                  std::uint32_t& following) const -> Step {
+    const auto& table = slots();
+    if (hint.slot >= table.capacity() || hint.slot > table.highestSlot() ||
+        hint.bucket >= buckets_.numBuckets()) {
+        return Step::unknown;
+    }
+    const Vesk::SlotWords& hinted = table.slot(hint.slot);
+    // Numbers alone do not make a hint good: slots that a growth formats start at the same
+    // sequence again, and every first fill ends at the same one.
+    if (hinted.sequence() != hint.sequence || !hinted.occupied() ||
+        !Ops::equal(table.keyOf(hinted), key)) {
+        return Step::unknown;
+    }
+    const std::uint32_t next = hinted.link.next();
+    if (next == Vesk::SlotLink::kEnd) {
+        checkEnd("next", hint.bucket);
+        PELLO_TRACE(*this, 8, tagOf("next"), "{} failed", key);
+        return Step::end;
+    }
+    if (Vesk::SlotLink::leavesChain(next)) {
+        following = Vesk::SlotLink::index(next);
+        verifyNextBucket(hint.bucket, following);
+        PELLO_TRACE(*this, 9, tagOf("next"), "{} next bucket {} using {}", key, following, hint);
+        return Step::bucket;
+    }
+    const Vesk::SlotWords& slot = table.slot(next);
+    checkOccupied("next", slot, next);
+    if (bucketOf(slot) != bucketOf(hinted)) [[unlikely]] {
+        raiseCorruption("next", "corrupt key detected, slotId: {}", next);
+    }
+    following = next;
+    return Step::entry;
+}
+
+template <class Ops>
+bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint& hint) {
+    const Key key = keyArgument; // it may lie in `out`, or in the table
+    std::uint32_t following = 0;
+    Step step = Step::unknown;
+    try {
+        step = fastNext(key, hint, following);
+    } catch (const Pello::CorruptionDetectedException& e) {
+        PELLO_TRACE(*this, 5, tagOf("next"),
+                    "saw exception in fast path: {}. This might be okay, dropping to slow path to "
+                    "find out",
+                    e.message());
+    }
+    // What follows stays outside the caught region: an entry is reported to a validator once.
+    switch (step) {
+    case Step::unknown:
+        return slowNext(key, out, hint);
+    case Step::end:
+        return false;
+    case Step::bucket:
+        return first(following, out, hint);
+    case Step::entry:
+        break;
+    }
+    const Vesk::SlotWords& slot = slots().slot(following);
+    if (validator_ != nullptr) reportToValidator("next", slot, following);
+    slots().lastReadIs(slot);
+    Ops::Marshall::fromSlot(out, slot.value());
+    const Vesk::IterHint saved{slot.sequence(), following, hint.bucket};
+    PELLO_TRACE(*this, 9, tagOf("next"), "{} success {} using {}, saving new slot hint {}", key,
+                out, hint, saved);
+    hint = saved;
+    return true;
+}
+
+template <class Ops>
+bool WriterHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hint) {
+    ++writer_.counters().slowNexts;
+    const auto& table = slots();
+    const std::uint32_t hash = hashOf(key);
+    const std::uint32_t rhash = Ops::rhash(hash);
+    const std::uint32_t bucket = bucketOf(hash);
+    std::uint32_t link = buckets_[bucket].next();
+    for (std::uint32_t count = 0; !Vesk::SlotLink::leavesChain(link);) {
+        if (++count > table.capacity()) [[unlikely]] {
+            raiseCorruption("next", "hash chain cycle detected, slotCount:{} capacity:{}", count,
+                            table.capacity());
+        }
+        const Vesk::SlotWords& slot = table.slot(link);
+        checkOccupied("next", slot, link);
+        const Key& slotKey = table.keyOf(slot);
+        if (bucketOf(hashOf(slotKey)) != bucket) [[unlikely]] {
+            raiseCorruption("next", "corrupt key detected, slotId: {}", link);
+        }
+        PELLO_TRACE(*this, 9, tagOf("next"), "{} comparing slot {} {}", key, link, slotKey);
+        if (slot.rhash() > rhash || (slot.rhash() == rhash && Ops::less(key, slotKey))) {
+            if (validator_ != nullptr) reportToValidator("next", slot, link, true);
+            slots().lastReadIs(slot);
+            Ops::Marshall::fromSlot(out, slot.value());
+            hint = {slot.sequence(), link, bucket};
+            PELLO_TRACE(*this, 9, tagOf("next"), "{} success {}", key, out);
+            return true;
+        }
+        const std::uint32_t following = slot.link.next();
+        if (slot.rhash() == rhash && Ops::equal(slotKey, key)) {
+            PELLO_TRACE(*this, 9, tagOf("next"), "{} next slotId {} success {}", key, following,
+                        slotKey);
+        }
+        link = following;
+    }
+    if (link == Vesk::SlotLink::kEnd) {
+        checkEnd("next", bucket);
+        PELLO_TRACE(*this, 8, tagOf("next"), "{} failed", key);
+        return false;
+    }
+    const std::uint32_t nextBucket = Vesk::SlotLink::index(link);
+    verifyNextBucket(bucket, nextBucket);
+    PELLO_TRACE(*this, 9, tagOf("next"), "{} next bucket {}", key, nextBucket);
+    return first(nextBucket, out, hint);
+}
+
+template <class Ops>
+std::uint64_t WriterHashMap<Ops>::newDeadline() const {
+    constexpr double kSlice = 0.01; // seconds
+    return Pello::Rdtsc::now() +
+           static_cast<std::uint64_t>(kSlice * Pello::Rdtsc::calibrationRate());
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::maybeYield(std::uint64_t& deadline) const {
+    if (!writer_.criticalTaskCheck() || Pello::Rdtsc::now() <= deadline) return;
+    Pello::schedulerRootPello()->runCriticalPriorityTasks();
+    deadline = newDeadline();
+}
+
+template <class Ops>
+template <class Leaves>
+Vesk::SlotLink& WriterHashMap<Ops>::lastLinkOf(std::uint32_t bucket, Leaves leaves) const {
+    const auto& table = slots();
+    Vesk::SlotLink* last = &buckets_.rawWord(bucket);
+    std::uint32_t count = 0;
+    for (std::uint32_t next = last->next(); !Vesk::SlotLink::leavesChain(next);
+         next = last->next()) {
+        if (++count > table.capacity()) [[unlikely]] {
+            raiseCorruption("lastLinkOf", "hash chain cycle detected, slotCount:{} capacity:{}",
+                            count, table.capacity());
+        }
+        Vesk::SlotWords& slot = table.slot(next);
+        if (leaves(slot)) break;
+        last = &slot.link;
+    }
+    return *last;
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::growBuckets() {
+    const std::uint32_t old = buckets_.numBuckets();
+    const std::uint32_t doubled = 2 * old;
+    const auto bucketAfter = [this, doubled](const Vesk::SlotWords& slot) {
+        return hashOf(slots().keyOf(slot)) & (doubled - 1);
+    };
+    const auto lastOfLower = [this, bucketAfter](std::uint32_t b) -> Vesk::SlotLink& {
+        return lastLinkOf(
+            b, [b, bucketAfter](const Vesk::SlotWords& slot) { return bucketAfter(slot) != b; });
+    };
+    PELLO_TRACE(*this, 2, tagOf("growBuckets"), "growing from: {} to: {}", old, doubled);
+    const double start = Pello::time();
+    std::uint64_t deadline = newDeadline();
+    buckets_.resize(doubled);
+    // Split: an upper bucket starts where its slots begin in the lower chain, which still runs
+    // through them; without such slots it starts as the lower chain ends.
+    for (std::uint32_t b = 0; b < old; ++b) {
+        buckets_.rawWord(b + old).nextIs(Mem::StopPoint::bucketSplit, lastOfLower(b).next());
+        maybeYield(deadline);
+    }
+    buckets_.publishNumBuckets(doubled);
+    // Cut: a lower chain ends where the upper one begins.
+    for (std::uint32_t b = 0; b < old; ++b) {
+        Vesk::SlotLink& last = lastOfLower(b);
+        const std::uint32_t next = last.next();
+        const std::uint32_t follower =
+            Vesk::SlotLink::leavesChain(next) ? b + old : bucketAfter(slots().slot(next));
+        last.nextIs(Mem::StopPoint::bucketCut, Vesk::SlotLink::toBucket(follower));
+        maybeYield(deadline);
+    }
+    auto& counters = writer_.counters();
+    counters.lastBucketGrowTime = Pello::time() - start;
+    counters.longestBucketGrowTime =
+        std::max(counters.longestBucketGrowTime, counters.lastBucketGrowTime);
+    growThreshold_ = doubled;
+    shrinkBucketsThreshold_ = doubled / 4;
+}
+
+template <class Ops>
+void WriterHashMap<Ops>::shrinkBuckets() {
+    const double start = Pello::time();
+    const std::uint32_t old = buckets_.numBuckets();
+    const std::uint32_t half = old / 2;
+    std::uint64_t deadline = newDeadline();
+    for (std::uint32_t b = 0; b < half; ++b) {
+        lastLinkOf(b, [](const Vesk::SlotWords&) {
+            return false;
+        }).nextIs(Mem::StopPoint::bucketJoin, buckets_.rawWord(b + half).next());
+        maybeYield(deadline);
+    }
+    buckets_.publishNumBuckets(half);
+    buckets_.resize(half);
+    auto& counters = writer_.counters();
+    const double elapsed = Pello::time() - start;
+    counters.lastBucketShrinkTime = elapsed;
+    counters.longestBucketShrinkTime = std::max(counters.longestBucketShrinkTime, elapsed);
+    PELLO_TRACE(*this, 2, tagOf("shrinkBuckets"), "shrunk from:{} to:{} shrinkBuckets_:{} time:{}",
+                old, half, shrinkBuckets_, elapsed);
+    growThreshold_ = half;
+    shrinkBucketsThreshold_ = old / 8;
+}
+
+} // namespace VeskCore
