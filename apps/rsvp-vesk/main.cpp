@@ -1,0 +1,118 @@
+// rsvp-vesk: publishes and shows the state of an RSVP agent. All messages go to stderr; stdout has
+// the answer alone.
+
+#include "Agent.h"
+#include "ExitCode.h"
+
+#include "Mem/RootPath.h"
+#include "Pello/Debug.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <charconv>
+#include <csignal>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// HANDLE=LEVELS, with levels from 0 to 15 separated by commas, or "all", or "none". The handle
+/// "*" stands for every one.
+void applyTrace(const std::string& text) {
+    const auto bad = [&text](const char* why) -> CLI::ValidationError {
+        return CLI::ValidationError("--trace", fmt::format("\"{}\": {}", text, why));
+    };
+    const std::size_t equals = text.rfind('=');
+    if (equals == std::string::npos || equals == 0) throw bad("HANDLE=LEVELS expected");
+    const std::string handle = text.substr(0, equals);
+    std::string levels = text.substr(equals + 1);
+    unsigned mask = 0;
+    if (levels == "all") {
+        mask = 0xFFFF;
+    } else if (levels != "none") {
+        const char* at = levels.data();
+        const char* const end = at + levels.size();
+        while (true) {
+            unsigned level = 0;
+            const auto [after, error] = std::from_chars(at, end, level);
+            if (error != std::errc() || level > 15) throw bad("levels are numbers from 0 to 15");
+            mask |= 1U << level;
+            if (after == end) break;
+            if (*after != ',') throw bad("levels are separated by commas");
+            at = after + 1;
+        }
+    }
+    Pello::Platform::traceLevelsIs(handle == "*" ? "" : handle, static_cast<std::uint16_t>(mask));
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Publishes the live state of an RSVP-TE agent in shared memory.", "rsvp-vesk");
+    app.footer("Examples:\n"
+               "  rsvp-vesk agent --pcap trace.pcap\n"
+               "      count the RSVP messages of a capture\n"
+               "  rsvp-vesk --root /tmp/rsvp agent --pcap a.pcap --pcap b.pcap "
+               "--local 192.0.2.1 --json\n"
+               "      count two captures of the node 192.0.2.1 and print JSON\n"
+               "  rsvp-vesk agent --pcap trace.pcap --trace '*=1,2'\n"
+               "      show how the tables are attached and how they grow\n"
+               "\n"
+               "Exit codes: 0 done, 1 it failed and said why, 2 wrong usage, 4 corruption found.");
+    app.require_subcommand(1);
+
+    std::string root = Mem::RootPath::base();
+    std::vector<std::string> traces;
+    AgentOptions agentOptions;
+    app.add_option("--root", root, "Folder of all tables")->capture_default_str();
+    app.add_flag("--json", agentOptions.json, "JSON on standard output");
+    app.add_option("--trace", traces,
+                   "HANDLE=LEVELS: print these trace levels (0 to 15, comma-separated, \"all\" or "
+                   "\"none\") of a table, or of all with the handle \"*\"")
+        ->allow_extra_args(false);
+
+    CLI::App* const agent =
+        app.add_subcommand("agent", "Count RSVP messages into the tables, as their one writer");
+    agent->fallthrough();
+    agent->add_option("--pcap", agentOptions.captures, "Capture file to read (repeatable)")
+        ->required()
+        ->allow_extra_args(false)
+        ->type_name("FILE");
+    agent
+        ->add_option("--local", agentOptions.locals,
+                     "Address of the node itself: IPv4, IPv6, MAC, or the first octets of a MAC "
+                     "(repeatable); what comes from it was sent, all else received")
+        ->allow_extra_args(false)
+        ->type_name("ADDR");
+
+    try {
+        app.parse(argc, argv);
+        for (const std::string& trace : traces) {
+            applyTrace(trace);
+        }
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e, std::cout, std::cerr) == 0 ? exitDone : exitUsage;
+    }
+    if (root.empty()) {
+        std::cerr << "rsvp-vesk: --root needs a folder\n";
+        return exitUsage;
+    }
+    Mem::RootPath::baseIs(std::filesystem::absolute(root).lexically_normal().string());
+    return runAgent(agentOptions);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A full disk or a closed pipe is an error of the write that met it, with its message.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::cerr << "rsvp-vesk: " << e.what() << '\n';
+        return exitFailed;
+    }
+}
