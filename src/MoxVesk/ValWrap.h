@@ -17,7 +17,10 @@ class ValWrap : public V {
     ValWrap(const V& value)
         : V(value) {} // a wrap is its value: conversions read as copies
 
-    const K& fwkKey() const { return (static_cast<const V&>(*this).*KeyMember)(); }
+    const K& fwkKey() const {
+        const V& value = *this;
+        return (value.*KeyMember)();
+    }
 };
 
 /// The policy bundle of a table of `V` keyed by `K`.

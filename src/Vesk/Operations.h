@@ -59,25 +59,31 @@ struct Marshall {
 /// written and never destroyed, so that its address may be handed out.
 template <class T>
 class [[gnu::visibility("default")]] Allocator {
+  private:
+    /// Room for a value that is built on first use and never destroyed.
+    union Storage {
+        constexpr Storage() noexcept
+            : unused() {}
+
+        unsigned char unused;
+        T value;
+    };
+
+    static inline constinit Storage storage_{};
+
   public:
-    static const T& type_default;
+    static inline constinit const T& type_default = storage_.value;
     static inline bool type_default_initialized = false;
 
     /// Builds the default on the first call.
     static void initialize() {
         static const bool built = [] {
-            new (storage_) T();
+            new (&storage_.value) T();
             return type_default_initialized = true;
         }();
         static_cast<void>(built);
     }
-
-  private:
-    alignas(T) static inline unsigned char storage_[sizeof(T)];
 };
-
-template <class T>
-const T& Allocator<T>::type_default = *reinterpret_cast<const T*>(Allocator<T>::storage_);
 
 template <class Key, class Value, class MarshallPolicy, class AllocatorPolicy>
 struct ValueOps {

@@ -24,9 +24,7 @@ class Validator : public Pello::Debuggable {
   public:
     explicit Validator(const VeskWriter<Ops>& writer)
         : Debuggable(writer.debugHandler())
-        , writer_(writer)
-        , seenOccupied_(writer.capacity())
-        , seenFree_(writer.capacity()) {}
+        , writer_(writer) {}
 
     /// True when the table is sound. Otherwise `error()` is the text of the first check that
     /// failed; corruption met on the way is such a failure, never an exception.
@@ -112,6 +110,8 @@ class Validator : public Pello::Debuggable {
             error_ = bucketOk ? headerError : bucketError;
             return false;
         }
+        seenOccupied_.resize(writer_.capacity());
+        seenFree_.resize(writer_.capacity());
         return walkOccupiedSlots() && walkFreeSlots() && checkTotals();
     }
 

@@ -60,7 +60,7 @@ void WriterLife::attachFiles() {
         ravoId_ = stored != SharedMem::RavoId() ? stored : newIdentity();
     }
     if (!attachAndValidate(false)) attachAndValidate(true);
-    if (!localMem_) rootPath_.removeFile(Util::CORRUPTION_FILENAME);
+    rootPath_.removeFile(Util::CORRUPTION_FILENAME);
     ravoFile.write(ravoId_);
     if (!localMem_) {
         PELLO_TRACE(*this, 1, tagOf("attach"),
