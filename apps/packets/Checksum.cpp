@@ -25,10 +25,9 @@ std::uint16_t onesComplementSum(Bytes bytes) noexcept {
         low += word;
     }
     std::uint64_t sum = low + high;
-    sum = (sum & 0xffffffffU) + (sum >> 32);
-    sum = (sum & 0xffffffffU) + (sum >> 32);
-    sum = (sum & 0xffffU) + (sum >> 16);
-    sum = (sum & 0xffffU) + (sum >> 16);
+    while (sum > 0xffffU) {
+        sum = (sum & 0xffffU) + (sum >> 16);
+    }
     return static_cast<std::uint16_t>(sum);
 }
 

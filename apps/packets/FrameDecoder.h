@@ -47,13 +47,13 @@ enum class Location : std::uint8_t {
 
 /// Receives what `decodeFrame` finds: `packet` once for a frame that holds RSVP, then `verdict` for
 /// each message in it, at least once. The pointers in FrameSource are good during the call.
-template<typename T>
+template <typename T>
 concept VerdictSink = requires(T& sink, const FrameSource& source, const Verdict& verdict) {
     sink.packet(source);
     sink.verdict(verdict);
 };
 
-template<VerdictSink Sink>
+template <VerdictSink Sink>
 Outcome decodeFrame(LinkType type, const Frame& frame, Sink& sink) {
     RsvpPacket packet;
     switch (locateRsvp(type, frame, packet)) {

@@ -82,7 +82,7 @@ struct Judgement {
 /// Judges all messages of one IP payload, in the order in which they stand, a BUNDLE before its
 /// content, and calls `onVerdict(const Verdict&)` for each, at least once. Returns true when none
 /// has a defect. Allocates nothing; every turn of the loop consumes at least 8 bytes.
-template<typename OnVerdict>
+template <typename OnVerdict>
 bool judgePayload(Family family, Bytes payload, OnVerdict&& onVerdict) {
     const Judgement outer = judgeMessage(payload);
     onVerdict(Verdict{.family = family, .type = outer.type, .defect = outer.defect});
