@@ -16,6 +16,9 @@ namespace Packets {
 
 namespace {
 
+/// The C library's own 4 KiB make system calls a fifth of the time that reading a capture takes.
+constexpr std::size_t bufferSize = 256 * 1024;
+
 struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
 };
@@ -24,11 +27,12 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Opened here rather than by libpcap, to which "-" is standard input, and which would let a child
 /// process inherit the descriptor.
-[[nodiscard]] File openFile(const std::filesystem::path& path) {
+[[nodiscard]] File openFile(const std::filesystem::path& path, std::span<char> buffer) {
     File file(std::fopen(path.c_str(), "rbe"));
     if (!file) {
         throw InputError(fmt::format("{}: cannot open: {}", path.string(), std::strerror(errno)));
     }
+    std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
     const int first = std::getc(file.get());
     if (first == EOF) {
         const char* reason =
@@ -63,8 +67,9 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 void CaptureFile::Closer::operator()(pcap* handle) const noexcept { pcap_close(handle); }
 
 CaptureFile::CaptureFile(std::filesystem::path path)
-    : path_(std::move(path)) {
-    File file = openFile(path_);
+    : path_(std::move(path))
+    , buffer_(bufferSize) {
+    File file = openFile(path_, buffer_);
     std::array<char, PCAP_ERRBUF_SIZE> error{};
     handle_.reset(pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_NANO,
                                                            error.data()));

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 struct pcap;
 
@@ -25,6 +26,8 @@ class CaptureFile {
     /// Opens the file and reads its header. InputError with the file's name and the reason when
     /// there is no such file, when it is no capture, or when its link type is not understood.
     explicit CaptureFile(std::filesystem::path path);
+    CaptureFile(const CaptureFile&) = delete;
+    CaptureFile& operator=(const CaptureFile&) = delete;
 
     /// Reads the next record; false at the end. A file that breaks off within a record, or is
     /// garbled, gives all records before that and then an InputError with the file's name, the
@@ -44,6 +47,7 @@ class CaptureFile {
     };
 
     std::filesystem::path path_;
+    std::vector<char> buffer_;             // of the open file, so it must outlive handle_
     std::unique_ptr<pcap, Closer> handle_; // null when there is nothing more to read
     LinkType linkType_{};
     std::uint64_t records_ = 0; // read so far

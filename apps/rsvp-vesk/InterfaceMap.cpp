@@ -2,6 +2,7 @@
 
 #include "Pello/Exception.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cerrno>
@@ -12,6 +13,9 @@
 #include <system_error>
 
 namespace {
+
+/// Far above any number of interfaces, and below the number that stands for no interface.
+constexpr std::uint64_t kLargestId = 0xFFFF'FFFE;
 
 Pello::SourceTag tagOf(const char* operation,
                        std::source_location where = std::source_location::current()) {
@@ -29,21 +33,29 @@ void InterfaceMap::read() {
     std::ifstream in(path_, std::ios::binary);
     if (!in) return;
     const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    // Taken at its word: a file that says anything else would be lost with the next new name.
+    const auto refuse = [this](const std::string& why) {
+        Pello::raise<Pello::CorruptionDetectedException>(tagOf("read"), "{}: {}", path_.string(),
+                                                         why);
+    };
     try {
         const nlohmann::json document = nlohmann::json::parse(text);
-        for (const nlohmann::json& entry : document.at("interfaces")) {
-            const auto id = entry.at("id").get<std::uint64_t>();
+        const nlohmann::json& entries = document.at("interfaces");
+        if (!entries.is_array()) refuse("\"interfaces\" is no list");
+        for (const nlohmann::json& entry : entries) {
+            const nlohmann::json& number = entry.at("id");
             const auto name = entry.at("name").get<std::string>();
-            const bool fresh = ids_.emplace(name, id).second && names_.emplace(id, name).second;
-            if (!fresh) {
-                Pello::raise<Pello::CorruptionDetectedException>(
-                    tagOf("read"), "{}: \"{}\" or identifier {} stands there twice", path_.string(),
-                    name, id);
+            const std::uint64_t id = number.is_number_unsigned() ? number.get<std::uint64_t>() : 0;
+            if (id == 0 || id > kLargestId) {
+                refuse(fmt::format("\"{}\" has identifier {}, wanted 1 to {}", name, number.dump(),
+                                   kLargestId));
+            }
+            if (!ids_.emplace(name, id).second || !names_.emplace(id, name).second) {
+                refuse(fmt::format("\"{}\" or identifier {} stands there twice", name, id));
             }
         }
     } catch (const nlohmann::json::exception& e) {
-        Pello::raise<Pello::CorruptionDetectedException>(
-            tagOf("read"), "{}: not a map of interfaces: {}", path_.string(), e.what());
+        refuse(fmt::format("not a map of interfaces: {}", e.what()));
     }
 }
 
@@ -52,6 +64,10 @@ Wirra::IntfId InterfaceMap::idOf(const std::string& name) {
         return Wirra::IntfId(known->second);
     }
     const std::uint64_t id = names_.empty() ? 1 : names_.rbegin()->first + 1;
+    if (id > kLargestId) {
+        Pello::raise<Pello::InvalidInitializeException>(
+            tagOf("idOf"), "{}: no identifier is left for \"{}\"", path_.string(), name);
+    }
     ids_.emplace(name, id);
     names_.emplace(id, name);
     try {

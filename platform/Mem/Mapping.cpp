@@ -40,12 +40,29 @@ bool Shared::fail(const char* what, int errorNumber) {
     return false;
 }
 
+namespace {
+
+/// Opens like `open`, but never as one of the standard streams: in a process that was started with
+/// those closed, whoever prints would print into a table.
+int openAboveStreams(const char* path, int flags, mode_t mode) {
+    constexpr int kFirstFree = 3;
+    const int fd = open(path, flags, mode);
+    if (fd < 0 || fd >= kFirstFree) return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFree);
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
+} // namespace
+
 bool Shared::openFile(bool& created) {
     constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
     created = false;
-    fd_ = open(name_.c_str(), kFlags);
+    fd_ = openAboveStreams(name_.c_str(), kFlags, 0);
     if (fd_ < 0 && errno == ENOENT) {
-        fd_ = open(name_.c_str(), kFlags | O_CREAT | O_EXCL, kFileMode);
+        fd_ = openAboveStreams(name_.c_str(), kFlags | O_CREAT | O_EXCL, kFileMode);
         created = fd_ >= 0;
     }
     if (fd_ < 0) return fail("open", errno);
