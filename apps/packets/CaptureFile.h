@@ -27,6 +27,7 @@ class CaptureFile {
     /// there is no such file, when it is no capture, or when its link type is not understood.
     explicit CaptureFile(std::filesystem::path path);
     CaptureFile(const CaptureFile&) = delete;
+    CaptureFile(CaptureFile&&) noexcept = default;
     CaptureFile& operator=(const CaptureFile&) = delete;
 
     /// Reads the next record; false at the end. A file that breaks off within a record, or is

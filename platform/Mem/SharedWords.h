@@ -7,7 +7,8 @@
 // S1  A word is a naturally aligned 32-bit or 64-bit integer and is read and written whole. Values
 //     are multiples of 8 bytes at offsets that are multiples of 8, and are copied word by word, so
 //     that a copy that overlaps with a rewrite is torn between words, never undefined.
-// S2  Every store is a release and every load an acquire, without exception. A reader copies a
+// S2  Every store is a release and every load an acquire; the one exception are the plain stores of
+//     a caller to an address that a direct operation handed out (`fullBarrier`). A reader copies a
 //     value between two loads of a sequence word and accepts it when both agree:
 //     - a word of the new value that the reader saw (acquire) was stored (release) after the first
 //       change of the sequence word, so the second load of the sequence word sees that change;

@@ -8,7 +8,8 @@ namespace Pello {
 
 /// The tasks of one thread that may not wait for a long operation to end. They run between two
 /// slices of such an operation, inside the critical section of the table that is being changed:
-/// a critical task never writes that table.
+/// a critical task does not use that table. To write it is fatal, and a look-up may take a chain
+/// that is half split for a corrupt one.
 class TaskSchedulerRoot {
   public:
     using Ptr = std::shared_ptr<TaskSchedulerRoot>;

@@ -6,12 +6,16 @@
 // Who may call: the one thread of the one writer.
 //
 // Invariants, beside those of Vesk/SlotWords.h:
-// I5  A slot is either on the free list and not OCCUPIED, or counted in `occupiedSlots`.
-// I6  The slot count is published only when the file is large enough for it.
+// I5  Outside a change, a slot is either on the free list and not OCCUPIED, or counted in
+//     `occupiedSlots`.
+// I6  The slot count is published only when the file is large enough for it. A re-format is the
+//     exception, here as for I1 and I10: it truncates first, since nothing of the old table is to
+//     be kept, and starts link states anew; the versions of the counts tell readers.
 // I7  While a change is under way the critical-section flag is set in the file. An operation that
 //     leaves by an exception leaves the flag set, but for the full table, which has changed
 //     nothing. The flag is no lock: it tells the validator of the next writer that a change did
-//     not end, and tells this writer that it was re-entered.
+//     not end, and tells this writer that it was re-entered. A direct update clears it while its
+//     caller composes the value; what its commit leaves half done shows in the sequence word.
 //
 // A crash leaves the flag set, hence a table that the next writer formats anew; or, between the
 // format of a new header and that of its last slot, slots that are neither free nor occupied,

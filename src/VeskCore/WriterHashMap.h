@@ -12,8 +12,10 @@
 // buckets therefore splits every chain in two without moving a slot.
 //
 // Invariants, beside those of Vesk/SlotWords.h:
-// I8   At every store each chain is sorted and reaches every entry of its bucket, for the old and
-//      for the new number of buckets.
+// I8   At every store each chain is sorted and reaches every entry of its bucket, for the published
+//      number of buckets, and for the previous one until the first cut or the truncation. The
+//      publication comes before either, so that who still uses the previous number sees another
+//      version when it looks again.
 // I9   Doubling: upper words filled, then the number published, then lower chains cut.
 // I10  Halving: chains joined, then the number published, then the file truncated.
 //
