@@ -17,9 +17,8 @@ namespace {
 /// Far above any number of interfaces, and below the number that stands for no interface.
 constexpr std::uint64_t kLargestId = 0xFFFF'FFFE;
 
-Pello::SourceTag tagOf(const char* operation,
-                       std::source_location where = std::source_location::current()) {
-    return {"InterfaceMap", "rsvp-vesk/InterfaceMap", operation, where};
+Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+    return {"InterfaceMap", "rsvp-vesk/InterfaceMap", operation, line};
 }
 
 } // namespace

@@ -46,7 +46,7 @@ class DebugHandler {
     /// Bit n of the mask lets level n through.
     void levelsIs(std::uint16_t mask) { levels_ = mask; }
     std::uint16_t levels() const { return levels_; }
-    bool enabled(unsigned level) const { return (levels() >> level & 1U) != 0; }
+    bool enabled(unsigned level) const { return (static_cast<unsigned>(levels()) >> level & 1U) != 0; }
 
     /// Formats and hands to the sink, without looking at the mask: `PELLO_TRACE` has done that.
     template <class... Args>

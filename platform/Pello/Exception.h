@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <exception>
-#include <source_location>
 #include <utility>
 
 namespace Pello {
@@ -14,11 +13,11 @@ namespace Pello {
 /// that messages are equal whoever built the library; only the line is the compiler's.
 struct SourceTag {
     constexpr SourceTag(const char* theClass, const char* theSource, const char* theOperation,
-                        std::source_location where = std::source_location::current())
+                        unsigned theLine = __builtin_LINE())
         : className(theClass)
         , source(theSource)
         , operation(theOperation)
-        , line(where.line()) {}
+        , line(theLine) {}
 
     const char* className;
     const char* source;

@@ -21,9 +21,8 @@ std::uint64_t fileSize(std::uint32_t buckets) {
     return Pello::Util::fileSizeHelper(buckets, sizeof(SlotLink), BucketTable::Header::kSize);
 }
 
-Pello::SourceTag tagOf(const char* operation,
-                       std::source_location where = std::source_location::current()) {
-    return {"BucketWriter", "VeskCore/BucketWriter", operation, where};
+Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+    return {"BucketWriter", "VeskCore/BucketWriter", operation, line};
 }
 
 } // namespace

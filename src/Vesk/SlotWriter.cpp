@@ -14,9 +14,8 @@ using Mem::StopPoint;
 
 namespace {
 
-Pello::SourceTag tagOf(const char* operation,
-                       std::source_location where = std::source_location::current()) {
-    return {"SlotWriterTable", "Vesk/SlotWriter", operation, where};
+Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+    return {"SlotWriterTable", "Vesk/SlotWriter", operation, line};
 }
 
 /// The smallest integer not below a tenth more than `n`, in single precision: the counts that a

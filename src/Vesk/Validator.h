@@ -65,9 +65,8 @@ class Validator : public Pello::Debuggable {
     }
 
   private:
-    static Pello::SourceTag tagOf(const char* operation,
-                                  std::source_location where = std::source_location::current()) {
-        return {"Validator", "Vesk/Validator", operation, where};
+    static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+        return {"Validator", "Vesk/Validator", operation, line};
     }
 
     template <class... Args>

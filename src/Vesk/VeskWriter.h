@@ -123,9 +123,8 @@ class VeskWriter : public VeskInterface<Ops>,
 
     static constexpr std::uint32_t kNoSlot = 0xFFFFFFFFU;
 
-    static Pello::SourceTag tagOf(const char* operation,
-                                  std::source_location where = std::source_location::current()) {
-        return {"VeskWriter", "Vesk/VeskWriter", operation, where};
+    static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+        return {"VeskWriter", "Vesk/VeskWriter", operation, line};
     }
 
     static Value* valueAt(std::byte* slotValue) { return reinterpret_cast<Value*>(slotValue); }

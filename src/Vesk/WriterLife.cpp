@@ -11,9 +11,8 @@ namespace Vesk {
 
 namespace {
 
-Pello::SourceTag tagOf(const char* operation,
-                       std::source_location where = std::source_location::current()) {
-    return {"VeskWriter", "Vesk/VeskWriter", operation, where};
+Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+    return {"VeskWriter", "Vesk/VeskWriter", operation, line};
 }
 
 /// A fresh identity: this process, and a generation that no other table of this process has.

@@ -112,9 +112,8 @@ class WriterHashMap : public Pello::Debuggable {
     void shrinkBuckets();
 
   private:
-    static Pello::SourceTag tagOf(const char* operation,
-                                  std::source_location where = std::source_location::current()) {
-        return {"WriterHashMap", "VeskCore/WriterHashMap", operation, where};
+    static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+        return {"WriterHashMap", "VeskCore/WriterHashMap", operation, line};
     }
 
     template <class... Args>
