@@ -26,11 +26,11 @@ bool strictValidation() { return strict; }
 void runningOnPhysicalDutIs(bool value) { physicalDut = value; }
 void strictValidationIs(bool value) { strict = value; }
 
-std::uint32_t newHashSeed(std::uint32_t previous) {
+std::uint32_t newHashSeed(std::uint32_t previous, std::uint32_t beforeThat) {
     std::uint32_t seed = 0;
     do {
         seed = static_cast<std::uint32_t>(std::rand());
-    } while (seed == previous);
+    } while (seed == previous || seed == beforeThat);
     return seed;
 }
 

@@ -18,9 +18,10 @@ bool strictValidation();
 void runningOnPhysicalDutIs(bool physical);
 void strictValidationIs(bool strict);
 
-/// A seed for the hashes of a fresh table, different from `previous`. It comes from `rand()`,
-/// whose sequence belongs to the process and is never seeded here; a process that has not called
-/// `srand` starts where every other does, which is why the previous seed is excluded.
-std::uint32_t newHashSeed(std::uint32_t previous);
+/// A seed for the hashes of a fresh table that is none of the two which the file had before. It
+/// comes from `rand()`, whose sequence belongs to the process and is never seeded here; a process
+/// that has not called `srand` starts where every other does, which is why seeds are excluded. Two
+/// of them, since one take-over may format a file twice.
+std::uint32_t newHashSeed(std::uint32_t previous, std::uint32_t beforeThat);
 
 } // namespace Vesk::Util

@@ -106,7 +106,9 @@ void SlotWriterBase::remapForAttach(std::uint64_t size) {
 }
 
 void SlotWriterBase::format(SharedMem::RavoId id) {
-    hashSeed_ = Util::newHashSeed(header_->hashSeed());
+    const std::uint32_t previousSeed = header_->hashSeed();
+    hashSeed_ = Util::newHashSeed(previousSeed, seedBeforeFormat_);
+    seedBeforeFormat_ = previousSeed;
     SlotHeaderCommon image(*debugHandler(), SlotHeaderCommon::kSize, slotSize(), minimumCapacity_,
                            options_.tableSize, notifying_ ? SlotHeaderCommon::kNotifying : 0U, id,
                            shape_.typeName, shape_.valueSize, hashSeed_);

@@ -101,6 +101,7 @@ class SlotWriterBase : public SlotTableBase {
     SlotWriterOptions options_;
     std::uint32_t minimumCapacity_;
     std::uint32_t shrinkThreshold_ = 0;
+    std::uint32_t seedBeforeFormat_ = 0; ///< what the last format of this writer found
 };
 
 /// Leaves a critical section at the end of its scope, unless an exception is leaving the scope
