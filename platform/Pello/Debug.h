@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace Pello {
@@ -46,17 +47,25 @@ class DebugHandler {
     /// Bit n of the mask lets level n through.
     void levelsIs(std::uint16_t mask) { levels_ = mask; }
     std::uint16_t levels() const { return levels_; }
-    bool enabled(unsigned level) const { return (static_cast<unsigned>(levels()) >> level & 1U) != 0; }
+    bool enabled(unsigned level) const {
+        return (static_cast<unsigned>(levels()) >> level & 1U) != 0;
+    }
 
     /// Formats and hands to the sink, without looking at the mask: `PELLO_TRACE` has done that.
     template <class... Args>
-    [[gnu::cold, gnu::noinline]] void emit(unsigned level, const SourceTag& tag,
-                                           fmt::format_string<Args...> format,
-                                           Args&&... args) const {
-        emitText(level, tag, fmt::format(format, std::forward<Args>(args)...));
+    [[gnu::always_inline]] void emit(unsigned level, const SourceTag& tag,
+                                     fmt::format_string<const Args&...> format,
+                                     const Args&... args) const {
+        emitFormatted<std::decay_t<const Args&>...>(level, tag, format, args...);
     }
 
   private:
+    template <class... Args>
+    [[gnu::cold, gnu::noinline]] void emitFormatted(unsigned level, const SourceTag& tag,
+                                                    fmt::string_view format,
+                                                    MessageArgument<Args>... args) const {
+        emitText(level, tag, fmt::vformat(format, fmt::make_format_args(args...)));
+    }
     void emitText(unsigned level, const SourceTag& tag, const String& text) const;
 
     String name_;
@@ -83,9 +92,10 @@ class Debuggable {
     bool traceEnabled(unsigned level) const { return handler_->enabled(level); }
 
     template <class... Args>
-    void emit(unsigned level, const SourceTag& tag, fmt::format_string<Args...> format,
-              Args&&... args) const {
-        handler_->emit(level, tag, format, std::forward<Args>(args)...);
+    [[gnu::always_inline]] void emit(unsigned level, const SourceTag& tag,
+                                     fmt::format_string<const Args&...> format,
+                                     const Args&... args) const {
+        handler_->emit(level, tag, format, args...);
     }
 
   private:
@@ -101,12 +111,19 @@ class Debuggable {
 /// restores it.
 void fatalExitCodeIs(int code);
 
-/// Stops the process with a formatted message: an invariant of the system's own code is broken.
 template <class... Args>
 [[noreturn, gnu::cold, gnu::noinline]] void
+fatalFormatted(const Platform::DebugHandler* handler, const SourceTag& tag, fmt::string_view format,
+               MessageArgument<Args>... args) {
+    fatalText(handler, tag, fmt::vformat(format, fmt::make_format_args(args...)));
+}
+
+/// Stops the process with a formatted message: an invariant of the system's own code is broken.
+template <class... Args>
+[[noreturn, gnu::always_inline]] inline void
 fatal(const Platform::DebugHandler* handler, const SourceTag& tag,
-      fmt::format_string<Args...> format, Args&&... args) {
-    fatalText(handler, tag, fmt::format(format, std::forward<Args>(args)...));
+      fmt::format_string<const Args&...> format, const Args&... args) {
+    fatalFormatted<std::decay_t<const Args&>...>(handler, tag, format, args...);
 }
 
 /// An empty function object that fits every callback signature without result.

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <type_traits>
 #include <utility>
 
 namespace Pello {
@@ -67,12 +68,23 @@ struct RuntimeException : Exception {
     using Exception::Exception;
 };
 
-/// Formats and throws. Kept out of line so that the checks on hot paths cost a compare and a
-/// jump; the format is checked against its arguments at compile time.
+/// How an argument of a message travels to the code that formats it: by value where that fits into
+/// a register. A variable whose address went there would live in memory on the hot path too.
+template <class T>
+using MessageArgument = std::conditional_t<std::is_scalar_v<T>, T, const T&>;
+
 template <class E, class... Args>
 [[noreturn, gnu::cold, gnu::noinline]] void
-raise(const SourceTag& tag, fmt::format_string<Args...> format, Args&&... args) {
-    throw E(tag, fmt::format(format, std::forward<Args>(args)...));
+raiseFormatted(const SourceTag& tag, fmt::string_view format, MessageArgument<Args>... args) {
+    throw E(tag, fmt::vformat(format, fmt::make_format_args(args...)));
+}
+
+/// Formats and throws. Out of line, so that a check on a hot path costs a compare and a jump; the
+/// format is checked against its arguments at compile time.
+template <class E, class... Args>
+[[noreturn, gnu::always_inline]] inline void
+raise(const SourceTag& tag, fmt::format_string<const Args&...> format, const Args&... args) {
+    raiseFormatted<E, std::decay_t<const Args&>...>(tag, format, args...);
 }
 
 } // namespace Pello

@@ -186,13 +186,17 @@ class SlotWriterTable final : public SlotTable<Ops, SlotWriterBase> {
         slot.endRewrite();
     }
 
-  private:
+    /// Starts to fetch a slot that is needed soon; an index that is none is ignored.
     void prefetch(std::uint32_t index) const {
-        if (index <= this->highestSlot_) {
-            __builtin_prefetch(this->slots_ + std::size_t{index} * this->kSlotSize, 1);
+        constexpr std::size_t kCacheLine = 64;
+        if (index > this->highestSlot_) return;
+        const std::byte* const slot = this->slots_ + std::size_t{index} * this->kSlotSize;
+        for (std::size_t at = 0; at < this->kSlotSize; at += kCacheLine) {
+            __builtin_prefetch(slot + at);
         }
     }
 
+  private:
     [[noreturn]] void setSlotValue(unsigned int index) const {
         const Pello::SourceTag tag("SlotAllocator", "Vesk/Operations", "setSlotValue");
         if (index > this->highestSlot_) {

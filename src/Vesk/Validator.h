@@ -70,9 +70,9 @@ class Validator : public Pello::Debuggable {
     }
 
     template <class... Args>
-    [[noreturn]] static void raiseCorruption(fmt::format_string<Args...> format, Args&&... args) {
-        Pello::raise<Pello::CorruptionDetectedException>(tagOf("markOccupied"), format,
-                                                         std::forward<Args>(args)...);
+    [[noreturn]] static void raiseCorruption(fmt::format_string<const Args&...> format,
+                                             const Args&... args) {
+        Pello::raise<Pello::CorruptionDetectedException>(tagOf("markOccupied"), format, args...);
     }
 
     /// Keeps the text of a failed check.

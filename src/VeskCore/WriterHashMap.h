@@ -117,17 +117,18 @@ class WriterHashMap : public Pello::Debuggable {
     }
 
     template <class... Args>
-    [[noreturn]] static void raiseCorruption(const char* operation,
-                                             fmt::format_string<Args...> format, Args&&... args) {
-        Pello::raise<Pello::CorruptionDetectedException>(tagOf(operation), format,
-                                                         std::forward<Args>(args)...);
+    [[noreturn, gnu::always_inline]] static void
+    raiseCorruption(const char* operation, fmt::format_string<const Args&...> format,
+                    const Args&... args) {
+        Pello::raise<Pello::CorruptionDetectedException>(tagOf(operation), format, args...);
     }
 
-    /// How a walk through one chain towards (rhash, key) ended.
-    enum class Place {
-        at,     // on the slot that holds the key
-        before, // on the first slot above it
-        end     // behind the last slot
+    /// How a walk through one chain towards (rhash, key) ended. By value, so that it stays in
+    /// registers.
+    struct Walk {
+        bool found;
+        Vesk::SlotLink* prev; ///< the link that leads to `curr`, or the last of the chain
+        Vesk::SlotLink* curr; ///< the key's slot, else the first above it, else `prev`
     };
 
     auto& slots() const { return writer_.slotTable(); }
@@ -140,9 +141,8 @@ class WriterHashMap : public Pello::Debuggable {
         return *reinterpret_cast<Vesk::SlotWords*>(link);
     }
 
-    Place walk(const char* operation, const char* corruptKeyName, const Key& key,
-               std::uint32_t bucket, std::uint32_t hash, Vesk::SlotLink*& prev,
-               Vesk::SlotLink*& curr);
+    [[gnu::always_inline]] Walk walk(const char* operation, const char* corruptKeyName,
+                                     const Key& key, std::uint32_t bucket, std::uint32_t hash);
 
     enum class Step {
         entry,  // the hint names an entry that was copied out
@@ -157,6 +157,16 @@ class WriterHashMap : public Pello::Debuggable {
     void checkEnd(const char* operation, std::uint32_t bucket) const;
     void checkOccupied(const char* operation, const Vesk::SlotWords& slot,
                        std::uint32_t index) const;
+    /// Starts to fetch what an iteration visits after that slot.
+    void prefetchFollowing(const Vesk::SlotWords& slot) const {
+        const std::uint32_t next = slot.link.next();
+        const std::uint32_t bucket = Vesk::SlotLink::index(next);
+        if (!Vesk::SlotLink::leavesChain(next)) {
+            slots().prefetch(next);
+        } else if (bucket < buckets_.numBuckets()) {
+            __builtin_prefetch(&buckets_.rawWord(bucket));
+        }
+    }
     void reportToValidator(const char* operation, const Vesk::SlotWords& slot, std::uint32_t index,
                            bool slowPath = false);
 
@@ -176,63 +186,64 @@ class WriterHashMap : public Pello::Debuggable {
 
 template <class Ops>
 inline auto WriterHashMap<Ops>::walk(const char* operation, const char* corruptKeyName,
-                                     const Key& key, std::uint32_t bucket, std::uint32_t hash,
-                                     Vesk::SlotLink*& prev, Vesk::SlotLink*& curr) -> Place {
+                                     const Key& key, std::uint32_t bucket, std::uint32_t hash)
+    -> Walk {
     const auto& table = slots();
     const std::uint32_t rhash = Ops::rhash(hash);
     const std::uint32_t mask = buckets_.mask();
-    prev = curr = &buckets_[bucket];
+    const std::uint32_t capacity = table.capacity();
+    Vesk::SlotLink* prev = &buckets_[bucket];
     std::uint32_t count = 0;
     for (std::uint32_t next = prev->next(); !Vesk::SlotLink::leavesChain(next);) {
-        if (++count > table.capacity()) [[unlikely]] {
+        if (++count > capacity) [[unlikely]] {
             raiseCorruption(operation, "hash chain cycle detected, slotCount:{} capacity:{}", count,
-                            table.capacity());
+                            capacity);
         }
         Vesk::SlotWords& slot = table.slot(next);
-        curr = &slot.link;
         checkOccupied(operation, slot, next);
         const Key& slotKey = table.keyOf(slot);
         const std::uint32_t slotRhash = slot.rhash();
         // The same key is in the same bucket, so that only other keys need be hashed.
-        if (slotRhash == rhash && Ops::equal(slotKey, key)) return Place::at;
+        if (slotRhash == rhash && Ops::equal(slotKey, key)) return {true, prev, &slot.link};
         if ((hashOf(slotKey) & mask) != bucket) [[unlikely]] {
             raiseCorruption(operation, "corrupt key detected, {}: {}",
                             fmt::string_view(corruptKeyName), next);
         }
         if (slotRhash > rhash || (slotRhash == rhash && Ops::less(key, slotKey))) {
-            return Place::before;
+            return {false, prev, &slot.link};
         }
         PELLO_TRACE(*this, 9, tagOf(operation), "{} next curr:{}", key, next);
-        prev = curr;
+        prev = &slot.link;
         next = prev->next();
     }
-    return Place::end;
+    return {false, prev, prev};
 }
 
 template <class Ops>
 inline bool WriterHashMap<Ops>::find(const Key& key, std::uint32_t bucket, Vesk::SlotLink*& prev,
                                      Vesk::SlotLink*& curr, std::uint32_t hash) {
-    const bool found = walk("find", "slotId", key, bucket, hash, prev, curr) == Place::at;
-    PELLO_TRACE(*this, 9, tagOf("find"), "{} {}found curr:{} next:{}", key, found ? "" : "not ",
-                Vesk::SlotLink::index(prev->next()), Vesk::SlotLink::index(curr->next()));
-    return found;
+    const Walk end = walk("find", "slotId", key, bucket, hash);
+    PELLO_TRACE(*this, 9, tagOf("find"), "{} {}found curr:{} next:{}", key, end.found ? "" : "not ",
+                Vesk::SlotLink::index(end.prev->next()), Vesk::SlotLink::index(end.curr->next()));
+    prev = end.prev;
+    curr = end.curr;
+    return end.found;
 }
 
 template <class Ops>
 inline auto WriterHashMap<Ops>::lookup(const Key& key, bool& found) -> const Value* {
     const std::uint32_t hash = hashOf(key);
     const std::uint32_t bucket = bucketOf(hash);
-    Vesk::SlotLink* prev = nullptr;
-    Vesk::SlotLink* curr = nullptr;
-    found = walk("lookup", "slot", key, bucket, hash, prev, curr) == Place::at;
-    if (!found) {
+    const Walk end = walk("lookup", "slot", key, bucket, hash);
+    found = end.found;
+    if (!end.found) {
         PELLO_TRACE(*this, 8, tagOf("lookup"), "{} not found bucket:{}", key, bucket);
         return nullptr;
     }
-    const Vesk::SlotWords& slot = slotOf(curr);
+    const Vesk::SlotWords& slot = slotOf(end.curr);
     slots().lastReadIs(slot);
     PELLO_TRACE(*this, 9, tagOf("lookup"), "{} found bucket:{} slotId:{}", key, bucket,
-                prev->next());
+                end.prev->next());
     return &slots().valueOf(slot);
 }
 
@@ -305,6 +316,7 @@ bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
         raiseCorruption("first", "slotId: {} from bucket: {} not marked as occupied", head,
                         current);
     }
+    prefetchFollowing(slot);
     slots().lastReadIs(slot);
     Ops::Marshall::fromSlot(out, slot.value());
     if (bucketOf(slot) != current) [[unlikely]] {
@@ -345,7 +357,9 @@ auto WriterHashMap<Ops>::fastNext(const Key& key, const Vesk::IterHint& hint,
     }
     const Vesk::SlotWords& slot = table.slot(next);
     checkOccupied("next", slot, next);
-    if (bucketOf(slot) != bucketOf(hinted)) [[unlikely]] {
+    // The hint's bucket is the hinted slot's, unless the buckets were resized since.
+    const std::uint32_t bucket = bucketOf(slot);
+    if (bucket != hint.bucket && bucket != bucketOf(hinted)) [[unlikely]] {
         raiseCorruption("next", "corrupt key detected, slotId: {}", next);
     }
     following = next;
@@ -378,6 +392,7 @@ bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint
     }
     const Vesk::SlotWords& slot = slots().slot(following);
     if (validator_ != nullptr) reportToValidator("next", slot, following);
+    prefetchFollowing(slot);
     slots().lastReadIs(slot);
     Ops::Marshall::fromSlot(out, slot.value());
     const Vesk::IterHint saved{slot.sequence(), following, hint.bucket};
