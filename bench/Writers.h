@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Tables.h"
+#include "Vesk/VeskInterface.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Bench {
+
+template <class Ops>
+using Table = Vesk::VeskInterface<Ops>;
+
+/// An initialised writer of a growing table in shared memory below the root path's base.
+template <class Ops>
+std::unique_ptr<Table<Ops>> openTable(const std::string& name, std::uint32_t size);
+
+/// The message counter without a notification queue, and again with one: a type of its own, so that
+/// both are compiled at the same place.
+struct LocalCounter : Rsvp::Vesk::MessageCounter {
+    using MessageCounter::MessageCounter;
+    const Rsvp::Vesk::MessageCounterKey& key() const { return MessageCounter::key(); }
+};
+
+template <bool Notifying>
+struct LocalShape : TestSupport::MessageShape {
+    using V = LocalCounter;
+    using Ops = MoxVesk::TableOps<V, Key, Notifying>;
+
+    static V value(std::uint32_t number, std::uint32_t generation) {
+        return V(key(number), generation);
+    }
+};
+
+} // namespace Bench

@@ -1,0 +1,425 @@
+// What the operations of a table cost through its public interface, beside absl::flat_hash_set in
+// the same run: an in-process table for one thread, the best that a thread gets when nobody else
+// has to see its data. The goals are multiples of that figure. Most of them lie a little above what
+// the layout allows at best (a bucket word, then a slot) and below what other tables reach that can
+// be read while they are written.
+//
+//   tableBench [--smoke] [options of Google Benchmark]
+//
+// --smoke runs everything once on small tables. Every benchmark checks its answers; a wrong one
+// ends in an error and exit code 1.
+
+#include "Keys.h"
+#include "PlainMemory.h"
+#include "Report.h"
+#include "ScratchRoot.h"
+#include "Sides.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <numeric>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Bench {
+namespace {
+
+/// Cheap random numbers (Marsaglia's xorshift), so that making one is little beside a lookup.
+class Random {
+  public:
+    std::uint32_t below(std::uint32_t n) {
+        state_ ^= state_ << 13U;
+        state_ ^= state_ >> 7U;
+        state_ ^= state_ << 17U;
+        return static_cast<std::uint32_t>((state_ >> 32U) * n >> 32U);
+    }
+
+  private:
+    std::uint64_t state_ = 0x9E3779B97F4A7C15U;
+};
+
+/// What the benchmarks of one shape work on, on one side. Built by the first that needs it.
+template <class TheShape, template <class> class SideOf>
+class Subject {
+  public:
+    using Shape = TheShape;
+    using Side = SideOf<Shape>;
+    using Key = typename Shape::Key;
+    using Value = typename Shape::Ops::Value;
+
+    Subject(std::string name, std::uint32_t entries)
+        : name_(std::move(name))
+        , entries_(entries) {}
+
+    std::uint32_t entries() const { return entries_; }
+    const std::string& name() const { return name_; }
+
+    /// For reading and counting.
+    Side& full() {
+        if (!full_) {
+            full_.emplace(name_, entries_);
+            insertAll(*full_);
+        }
+        return *full_;
+    }
+    /// For inserting and removing; full or empty as the benchmark needs it, and filled before.
+    Side& changing(bool filled) {
+        if (!changing_) {
+            changing_.emplace(name_ + ".changing", entries_);
+            insertAll(*changing_);
+        }
+        if (filled && changing_->size() == 0) insertAll(*changing_);
+        if (!filled && changing_->size() != 0) removeAll(*changing_);
+        return *changing_;
+    }
+
+    void insertAll(Side& side) const {
+        for (std::uint32_t i = 0; i < entries_; ++i) {
+            side.insert(valueOf(i));
+        }
+    }
+    /// In random order, so that later insertions find the free slots in random order.
+    void removeAll(Side& side) {
+        if (order_.empty()) {
+            order_.resize(entries_);
+            std::iota(order_.begin(), order_.end(), 0U);
+            std::shuffle(order_.begin(), order_.end(), std::mt19937(2));
+        }
+        for (const std::uint32_t i : order_) {
+            side.remove(Keys<Shape>::of(i));
+        }
+    }
+
+  private:
+    /// A value of one pattern under a key: making it is little beside storing it.
+    static Value valueOf(std::uint32_t number) {
+        static const Value pattern = Shape::value(0, 1);
+        Value value = pattern;
+        const Key key = Keys<Shape>::of(number); // keys begin every value
+        std::memcpy(static_cast<void*>(&value), static_cast<const void*>(&key), sizeof key);
+        return value;
+    }
+
+    std::string name_;
+    std::uint32_t entries_;
+    std::optional<Side> full_;
+    std::optional<Side> changing_;
+    std::vector<std::uint32_t> order_;
+};
+
+void expect(benchmark::State& state, bool ok) {
+    if (!ok) state.SkipWithError("wrong answer");
+}
+
+/// What a loop of lookups costs without a table.
+template <class Shape>
+void makeAndHashKey(benchmark::State& state, std::uint32_t entries) {
+    Random random;
+    std::uint32_t seed = 1;
+    benchmark::DoNotOptimize(seed);
+    for (auto _ : state) {
+        const typename Shape::Key key = Keys<Shape>::of(random.below(entries));
+        benchmark::DoNotOptimize(&key);
+        benchmark::DoNotOptimize(Shape::Ops::hash(key, seed));
+    }
+}
+
+template <class Subject>
+void lookupHit(benchmark::State& state, Subject& subject) {
+    const auto& side = subject.full();
+    Random random;
+    typename Subject::Value out;
+    bool ok = true;
+    for (auto _ : state) {
+        ok &= side.lookup(Keys<typename Subject::Shape>::of(random.below(subject.entries())), out);
+        benchmark::DoNotOptimize(&out);
+    }
+    expect(state, ok);
+}
+
+/// Each key depends on the value found before.
+template <class Subject>
+void lookupDependent(benchmark::State& state, Subject& subject) {
+    const auto& side = subject.full();
+    Random random;
+    typename Subject::Value out;
+    std::uint32_t zero = 0;
+    benchmark::DoNotOptimize(zero);
+    bool ok = true;
+    for (auto _ : state) {
+        std::uint32_t last = 0;
+        const auto* const bytes = reinterpret_cast<const std::byte*>(&out);
+        std::memcpy(&last, bytes + sizeof out - sizeof last, sizeof last);
+        const std::uint32_t number = random.below(subject.entries()) + (last & zero);
+        ok &= side.lookup(Keys<typename Subject::Shape>::of(number), out);
+        benchmark::DoNotOptimize(&out);
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void lookupMiss(benchmark::State& state, Subject& subject) {
+    const auto& side = subject.full();
+    Random random;
+    typename Subject::Value out;
+    bool ok = true;
+    for (auto _ : state) {
+        const std::uint32_t number = subject.entries() + random.below(subject.entries());
+        ok &= !side.lookup(Keys<typename Subject::Shape>::of(number), out);
+        benchmark::DoNotOptimize(&out);
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void count(benchmark::State& state, Subject& subject) {
+    auto& side = subject.full();
+    Random random;
+    bool ok = true;
+    for (auto _ : state) {
+        ok &= side.count(Keys<typename Subject::Shape>::of(random.below(subject.entries())));
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void iterate(benchmark::State& state, Subject& subject) {
+    const auto& side = subject.full();
+    bool ok = true;
+    while (state.KeepRunningBatch(subject.entries())) {
+        std::uint32_t seen = 0;
+        side.iterate([&seen](const typename Subject::Value& value) {
+            benchmark::DoNotOptimize(&value);
+            ++seen;
+        });
+        ok &= seen == subject.entries();
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void insertWarm(benchmark::State& state, Subject& subject) {
+    bool ok = true;
+    while (state.KeepRunningBatch(subject.entries())) {
+        state.PauseTiming();
+        auto& side = subject.changing(false);
+        ok &= side.size() == 0;
+        state.ResumeTiming();
+        subject.insertAll(side);
+        ok &= side.size() == subject.entries();
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void insertGrowing(benchmark::State& state, Subject& subject) {
+    bool ok = true;
+    while (state.KeepRunningBatch(subject.entries())) {
+        state.PauseTiming();
+        std::optional<typename Subject::Side> side;
+        side.emplace(subject.name() + ".growing", 0);
+        state.ResumeTiming();
+        subject.insertAll(*side);
+        ok &= side->size() == subject.entries();
+        state.PauseTiming();
+        side.reset();
+        state.ResumeTiming();
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void remove(benchmark::State& state, Subject& subject) {
+    bool ok = true;
+    while (state.KeepRunningBatch(subject.entries())) {
+        state.PauseTiming();
+        auto& side = subject.changing(true);
+        ok &= side.size() == subject.entries();
+        state.ResumeTiming();
+        subject.removeAll(side);
+        ok &= side.size() == 0;
+    }
+    expect(state, ok);
+}
+
+/// A copy of one slot's value, each waiting for the last.
+template <class Shape>
+void copySlot(benchmark::State& state, const std::string& file, std::uint32_t entries) {
+    using Value = typename Shape::Ops::Value;
+    static const SlotCycle<sizeof(Value)> cycle(file, entries);
+    Value value;
+    std::uint32_t slot = 0;
+    for (auto _ : state) {
+        slot = cycle.step(slot, &value);
+        benchmark::DoNotOptimize(&value);
+    }
+}
+
+/// A writer takes over the files that it finds, after a check of everything.
+template <class Subject>
+void openAndCheck(benchmark::State& state, Subject& subject) {
+    auto& side = subject.changing(true);
+    bool ok = true;
+    for (auto _ : state) {
+        state.PauseTiming();
+        side.table().detach(false);
+        state.ResumeTiming();
+        ok &= side.table().initialize("bench");
+        ok &= side.size() == subject.entries();
+    }
+    expect(state, ok);
+}
+
+template <class Subject>
+void openAndWalk(benchmark::State& state, Subject& subject) {
+    auto& side = subject.changing(true);
+    const std::string folder = side.table().rootPath().path();
+    bool ok = true;
+    std::optional<PlainTable<typename Subject::Shape::Ops>> table;
+    for (auto _ : state) {
+        table.emplace(folder);
+        ok &= table->walk(side.table().hashSeed()) == subject.entries();
+        state.PauseTiming();
+        table.reset();
+        state.ResumeTiming();
+    }
+    expect(state, ok);
+}
+
+struct Goals {
+    double lookupHit;
+    double lookupDependent;
+    double lookupMiss;
+    double count;
+    double iterate; ///< to a dependent copy of one slot
+    double insertWarm;
+    double insertGrowing;
+    double remove;
+};
+
+/// Registers the benchmarks of one shape and says what is compared with what.
+template <class Shape>
+void registerShape(const std::string& name, const std::string& title, std::uint32_t entries,
+                   const ScratchRoot& root, const Goals& goals,
+                   std::vector<Comparison>& comparisons) {
+    using OfTable = Subject<Shape, TableSide>;
+    using OfAbsl = Subject<Shape, AbslSide>;
+    static OfTable table(name, entries);
+    static OfAbsl absl(name, entries);
+    const auto beside = [&](const std::string& item, const std::string& text, auto ofTable,
+                            auto ofAbsl, double goal) {
+        const std::string both = name + "/" + item;
+        benchmark::RegisterBenchmark((both + "/table").c_str(), ofTable, std::ref(table));
+        benchmark::RegisterBenchmark((both + "/absl").c_str(), ofAbsl, std::ref(absl));
+        comparisons.push_back({title + text, both + "/table", both + "/absl", "absl", goal});
+    };
+    beside("lookupHit", "lookup hit, value copied", lookupHit<OfTable>, lookupHit<OfAbsl>,
+           goals.lookupHit);
+    beside("lookupDependent", "lookup hit, each waiting for the last", lookupDependent<OfTable>,
+           lookupDependent<OfAbsl>, goals.lookupDependent);
+    beside("lookupMiss", "lookup miss", lookupMiss<OfTable>, lookupMiss<OfAbsl>, goals.lookupMiss);
+    beside("count", "count: lookup, add 1, write in full", count<OfTable>, count<OfAbsl>,
+           goals.count);
+    beside("iterate", "iteration, per entry (absl's in no order)", iterate<OfTable>,
+           iterate<OfAbsl>, 0);
+    benchmark::RegisterBenchmark((name + "/copySlot").c_str(), copySlot<Shape>,
+                                 root.file(name + ".cycle"), entries);
+    comparisons.push_back({title + "iteration, per entry", name + "/iterate/table",
+                           name + "/copySlot", "dependent copy of a slot", goals.iterate});
+    beside("insertWarm", "insert after remove", insertWarm<OfTable>, insertWarm<OfAbsl>,
+           goals.insertWarm);
+    beside("insertGrowing", "insert, growing from empty", insertGrowing<OfTable>,
+           insertGrowing<OfAbsl>, goals.insertGrowing);
+    beside("remove", "remove", remove<OfTable>, remove<OfAbsl>, goals.remove);
+    benchmark::RegisterBenchmark((name + "/key").c_str(), makeAndHashKey<Shape>, entries);
+    comparisons.push_back({title + "making and hashing a key, no table", name + "/key",
+                           name + "/lookupHit/absl", "absl, lookup hit", 0});
+    benchmark::RegisterBenchmark((name + "/open/check").c_str(), openAndCheck<OfTable>,
+                                 std::ref(table));
+    benchmark::RegisterBenchmark((name + "/open/walk").c_str(), openAndWalk<OfTable>,
+                                 std::ref(table));
+    comparisons.push_back({title + "open and check the table", name + "/open/check",
+                           name + "/open/walk", "plain walk of its files", 2});
+}
+
+void registerQueue(std::uint32_t entries, std::vector<Comparison>& comparisons) {
+    using With = Subject<LocalShape<true>, TableSide>;
+    using Without = Subject<LocalShape<false>, TableSide>;
+    static With with("queue", entries);
+    static Without without("noQueue", entries);
+    benchmark::RegisterBenchmark("small/queue/with", count<With>, std::ref(with));
+    benchmark::RegisterBenchmark("small/queue/without", count<Without>, std::ref(without));
+    comparisons.push_back({"24 bytes: count, with a notification queue", "small/queue/with",
+                           "small/queue/without", "without one", 1.3});
+}
+
+int run(int argc, char** argv) {
+    std::vector<char*> arguments(argv, argv + argc);
+    const auto smokeFlag = std::find_if(arguments.begin(), arguments.end(), [](const char* text) {
+        return std::string_view(text) == "--smoke";
+    });
+    const bool smoke = smokeFlag != arguments.end();
+    if (smoke) arguments.erase(smokeFlag);
+    const bool console = std::none_of(arguments.begin(), arguments.end(), [](const char* text) {
+        const std::string_view option(text);
+        return option.starts_with("--benchmark_format=") && !option.ends_with("=console");
+    });
+
+    // Before the caller's own, which then count.
+    std::vector<std::string> defaults = {"--benchmark_report_aggregates_only=true"};
+    if (smoke) {
+        defaults.insert(defaults.end(), {"--benchmark_min_time=0.001"});
+    } else {
+        defaults.insert(defaults.end(), {"--benchmark_min_time=0.1", "--benchmark_repetitions=9",
+                                         "--benchmark_enable_random_interleaving=true"});
+    }
+    std::vector<char*> all = {arguments.front()};
+    for (std::string& option : defaults) {
+        all.push_back(option.data());
+    }
+    all.insert(all.end(), arguments.begin() + 1, arguments.end());
+    int count = static_cast<int>(all.size());
+    benchmark::Initialize(&count, all.data());
+    if (benchmark::ReportUnrecognizedArguments(count, all.data())) return 2;
+
+    const ScratchRoot root;
+    std::vector<Comparison> comparisons;
+    registerShape<TestSupport::MessageShape>("small", "24 bytes: ", smoke ? 550 : 5632, root,
+                                             {.lookupHit = 1.8,
+                                              .lookupDependent = 1.2,
+                                              .lookupMiss = 1.94,
+                                              .count = 2.5,
+                                              .iterate = 1.2,
+                                              .insertWarm = 0.8,
+                                              .insertGrowing = 1.5,
+                                              .remove = 1.1},
+                                             comparisons);
+    registerQueue(smoke ? 550 : 5632, comparisons);
+    registerShape<TestSupport::SpShape>("large", "168 bytes: ", smoke ? 10000 : 1000000, root,
+                                        {.lookupHit = 1.4,
+                                         .lookupDependent = 1.3,
+                                         .lookupMiss = 5.4,
+                                         .count = 1.5,
+                                         .iterate = 1.2,
+                                         .insertWarm = 1.4,
+                                         .insertGrowing = 1.2,
+                                         .remove = 1.7},
+                                        comparisons);
+    Reporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.print(console ? std::cout : std::cerr, comparisons);
+    return reporter.failed() ? 1 : 0;
+}
+
+} // namespace
+} // namespace Bench
+
+int main(int argc, char** argv) { return Bench::run(argc, argv); }
