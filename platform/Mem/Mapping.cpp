@@ -30,6 +30,8 @@ void adviseDump(std::byte* base, std::uint64_t size, bool dumped) {
 
 } // namespace
 
+void Mapping::removeFile() const { unlink(name_.c_str()); }
+
 Shared::Shared(const OruRootPath& rootPath, const Pello::String& fileName)
     : Mapping(rootPath.filePath(fileName)) {}
 
@@ -157,8 +159,6 @@ std::uint64_t Shared::existingSize() const {
     const int result = fd_ >= 0 ? fstat(fd_, &status) : stat(name_.c_str(), &status);
     return result == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
-
-void Shared::removeFile() { unlink(name_.c_str()); }
 
 void Shared::dumpToCoreIs(bool dumped) {
     dumped_ = dumped;

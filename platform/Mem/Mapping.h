@@ -36,8 +36,9 @@ class Mapping {
 
     /// Bytes that an `attachAs` would find now; 0 when there is nothing.
     virtual std::uint64_t existingSize() const = 0;
-    /// Removes what other processes could find. The mapping itself stays usable.
-    virtual void removeFile() = 0;
+    /// Removes the file that `name()` leads to, which for process memory is that of its namesake in
+    /// shared memory. The mapping itself stays usable.
+    void removeFile() const;
     /// Whether core dumps of this process include the range, now and after every remap.
     virtual void dumpToCoreIs(bool dumped) = 0;
     /// Empty when the file that `name()` leads to is the mapped one, a regular file, and at least
@@ -70,7 +71,6 @@ class Shared final : public Mapping {
     bool resize(std::uint64_t size) override;
     void detach() override;
     std::uint64_t existingSize() const override;
-    void removeFile() override;
     void dumpToCoreIs(bool dumped) override;
     Pello::String validateFile() const override;
 
@@ -99,7 +99,6 @@ class Local final : public Mapping {
     bool resize(std::uint64_t size) override;
     void detach() override;
     std::uint64_t existingSize() const override { return size_; }
-    void removeFile() override {}
     void dumpToCoreIs(bool dumped) override;
     Pello::String validateFile() const override { return {}; }
 

@@ -98,6 +98,10 @@ OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pel
     PELLO_TRACE(handler, 5, tag, "{}", path_);
 }
 
+bool OruRootPath::hasFile(const Pello::String& fileName) const {
+    return access(filePath(fileName).c_str(), F_OK) == 0;
+}
+
 void OruRootPath::removeFile(const Pello::String& fileName) const {
     unlink(filePath(fileName).c_str());
 }

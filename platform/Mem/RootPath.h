@@ -38,6 +38,8 @@ class OruRootPath {
     const Pello::String& path() const { return path_; }
     Pello::String filePath(const Pello::String& fileName) const { return path_ + "/" + fileName; }
 
+    bool hasFile(const Pello::String& fileName) const;
+
     /// Removes a file of the folder. Its absence is no error.
     void removeFile(const Pello::String& fileName) const;
 

@@ -527,7 +527,9 @@ template <class Ops>
 bool VeskWriter<Ops>::validateFiles() {
     hashMap_.buckets().validateFile();
     Util::validateFile(slots_.mapping());
-    SharedMem::RavoFile(*debugHandler(), rootPath_, life_.localMem()).validate(ravoId());
+    // A table in process memory has no file that could hold another identity.
+    if (!life_.localMem())
+        SharedMem::RavoFile(*debugHandler(), rootPath_, false).validate(ravoId());
     rootPath_.removeFile(Util::CORRUPTION_FILENAME);
     return true;
 }

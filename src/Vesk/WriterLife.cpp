@@ -36,14 +36,15 @@ WriterLife::WriterLife(std::shared_ptr<Pello::Platform::DebugHandler> handler, W
 
 void WriterLife::attach() {
     PELLO_TRACE(*this, 5, tagOf("attach"), "localMem_:{} rootPath:{}", localMem_, rootPath_);
-    const bool existed = parts_.filesExist();
+    const bool hadTable = parts_.filesExist();
+    const bool hadIdentity = rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME);
     try {
         attachFiles();
     } catch (...) {
         parts_.detachFiles();
-        if (!localMem_ && !existed) {
-            parts_.removeFiles();
-            rootPath_.removeFile(SharedMem::RavoFile::RAVO_NAME);
+        if (!localMem_) {
+            if (!hadTable) parts_.removeFiles();
+            if (!hadIdentity) rootPath_.removeFile(SharedMem::RavoFile::RAVO_NAME);
             rootPath_.removeEmptyFolders();
         }
         throw;
