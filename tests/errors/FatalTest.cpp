@@ -1,7 +1,6 @@
 // Misuse stops the process, with a line on the error stream that says who, where and what.
 
 #include "TableFiles.h"
-#include "Vesk/WriterLife.h"
 
 #include <gtest/gtest.h>
 
@@ -78,40 +77,6 @@ TEST(Fatal, MisuseOfATable) {
           [&] { writer->validateVersionAnchor(); });
     files.headerIs(kRuntime, kCritical);
     EXPECT_FALSE(writer->remove(three.key(), value)); // nothing to change
-}
-
-/// Parts of a table of which one cannot say what it has attached to.
-struct Parts : Vesk::WriterParts {
-    explicit Parts(int failing)
-        : failing_(failing) {}
-
-    unsigned code(int part) const { return part == failing_ ? 0 : 1; }
-    unsigned attachSlots(SharedMem::RavoId) override { return code(0); }
-    unsigned attachBuckets(SharedMem::RavoId) override { return code(1); }
-    unsigned attachTorvu(SharedMem::RavoId, unsigned) override { return code(2); }
-    void resetCounters() override {}
-    bool hasTorvu() const override { return true; }
-    bool validateTable(SharedMem::RavoId) override { return true; }
-    bool filesExist() const override { return false; }
-    void detachFiles() override {}
-    void removeFiles() override {}
-    void dumpToCore() override {}
-    Pello::String dumpText() const override { return {}; }
-    std::uint32_t tableCapacity() const override { return 0; }
-
-    int failing_;
-};
-
-TEST(Fatal, PartsThatDoNotKnowWhatTheyAttachedTo) {
-    const TestSupport::TempRoot root;
-    const auto handler = Pello::Platform::getDebugHandler("test.t", false);
-    const Mem::OruRootPath path(*handler, "t", true);
-    const char* const names[] = {"slot", "map", "torvu"};
-    for (int part = 0; part < 3; ++part) {
-        Parts parts(part);
-        EXPECT_EQ(fatalOf([&] { Vesk::WriterLife(handler, parts, path, false).attach(); }),
-                  fmt::format("VeskWriter Vesk/VeskWriter.attach Invalid {} attach", names[part]));
-    }
 }
 
 } // namespace

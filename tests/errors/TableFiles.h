@@ -20,6 +20,7 @@ enum HeaderWord : std::uint64_t {
     kOccupiedSlots = 556,
     kFreeHead = 560,
     kHighWater = 564,
+    kHashSeed = 568,
     kNumSlots = 580
 };
 enum SlotWord : std::uint64_t {

@@ -4,6 +4,7 @@
 #include "Tool.h"
 
 #include <filesystem>
+#include <sstream>
 
 namespace ToolTest {
 namespace {
@@ -15,7 +16,6 @@ constexpr int kUsage = 2;
 constexpr int kCorrupt = 4;
 
 TEST_F(Tool, SaysWhatIsWrongAndTouchesNothing) {
-    const std::string help = "\nRun with --help for more information.\n";
     const std::string garbled = write("garbled.pcap", std::string(300, 'g'));
     const std::string empty = write("empty.pcap", "");
     std::string header = sample(24);
@@ -23,67 +23,43 @@ TEST_F(Tool, SaysWhatIsWrongAndTouchesNothing) {
     const std::string strange = write("strange.pcap", header);
     const std::string file = write("file", "x");
     const std::string absent = temp.path() + "/absent.pcap";
-    const std::string says = "rsvp-vesk: ";
-    struct Case {
-        std::vector<std::string> arguments;
-        int code;
-        std::string text; ///< the whole message, or its beginning when that ends with "*"
+    // Arguments, exit code and message; "*" ends a message of which only the beginning counts.
+    const auto fails = [this](const std::string& words, int code, const std::string& text) {
+        std::istringstream in(
+            words.find("--root") == std::string::npos ? "--root " + root + " " + words : words);
+        const Outcome run = tool({std::istream_iterator<std::string>(in), {}});
+        EXPECT_EQ(run.code, code) << words;
+        EXPECT_EQ(run.out, "") << words;
+        const bool part = text.ends_with('*');
+        EXPECT_EQ(part ? run.err.substr(0, text.size() - 1) + "*" : run.err, text) << words;
     };
-    const Case cases[] = {
-        {{}, kUsage, "A subcommand is required" + help},
-        {{"agent"}, kUsage, "--pcap is required" + help},
-        {{"agent", "--pcap", kSample, "--bogus"},
-         kUsage,
-         "The following argument was not expected: --bogus" + help},
-        {{"agent", "--pcap", kSample, "--local", "zz"}, kUsage, says + "bad local address 'zz': *"},
-        {{"agent", "--pcap", kSample, "--trace", "x"},
-         kUsage,
-         "--trace: \"x\": HANDLE=LEVELS expected" + help},
-        {{"agent", "--pcap", kSample, "--trace", "=1"},
-         kUsage,
-         "--trace: \"=1\": HANDLE=LEVELS expected" + help},
-        {{"agent", "--pcap", kSample, "--trace", "a=16"},
-         kUsage,
-         "--trace: \"a=16\": levels are numbers from 0 to 15" + help},
-        {{"agent", "--pcap", kSample, "--trace", "a="},
-         kUsage,
-         "--trace: \"a=\": levels are numbers from 0 to 15" + help},
-        {{"agent", "--pcap", kSample, "--trace", "a=-1"},
-         kUsage,
-         "--trace: \"a=-1\": levels are numbers from 0 to 15" + help},
-        {{"agent", "--pcap", kSample, "--trace", "a=1;2"},
-         kUsage,
-         "--trace: \"a=1;2\": levels are separated by commas" + help},
-        {{"agent", "--pcap", absent},
-         kFailed,
-         says + absent + ": cannot open: No such file or directory\n"},
-        {{"agent", "--pcap", temp.path()},
-         kFailed,
-         says + temp.path() + ": cannot read: Is a directory\n"},
-        {{"agent", "--pcap", empty}, kFailed, says + empty + ": cannot read: the file is empty\n"},
-        {{"agent", "--pcap", garbled}, kFailed, says + garbled + ": not a readable capture: *"},
-        {{"agent", "--pcap", strange}, kFailed, says + strange + ": link type 147 *"},
-        {{"agent", "--pcap", kSample, "--root", file},
-         kFailed,
-         says + "cannot create folder " + file + ": Not a directory\n"},
-        {{"agent", "--pcap", kSample, "--root", "/proc/x"},
-         kFailed,
-         says + "cannot create folder /proc/x: No such file or directory\n"},
+    const auto usage = [&fails](const std::string& words, const std::string& text) {
+        fails(words, kUsage, text + "\nRun with --help for more information.\n");
     };
-    for (const Case& c : cases) {
-        std::vector<std::string> arguments = c.arguments;
-        if (std::find(arguments.begin(), arguments.end(), "--root") == arguments.end()) {
-            arguments.insert(arguments.begin(), {"--root", root});
-        }
-        const Outcome run = tool(arguments);
-        EXPECT_EQ(run.code, c.code) << c.text;
-        EXPECT_EQ(run.out, "") << c.text;
-        if (c.text.ends_with('*')) {
-            EXPECT_EQ(run.err.substr(0, c.text.size() - 1), c.text.substr(0, c.text.size() - 1));
-        } else {
-            EXPECT_EQ(run.err, c.text);
-        }
+    const std::string agent = "agent --pcap " + kSample;
+    usage("", "A subcommand is required");
+    usage("agent", "--pcap is required");
+    usage(agent + " --bogus", "The following argument was not expected: --bogus");
+    usage(agent + " --trace x", "--trace: \"x\": HANDLE=LEVELS expected");
+    usage(agent + " --trace =1", "--trace: \"=1\": HANDLE=LEVELS expected");
+    for (const char* const levels : {"16", "", "-1", "1,", "1,,2"}) {
+        usage(agent + " --trace a=" + levels,
+              fmt::format("--trace: \"a={}\": levels are numbers from 0 to 15", levels));
     }
+    usage(agent + " --trace a=1;2", "--trace: \"a=1;2\": levels are separated by commas");
+    const std::string says = "rsvp-vesk: ";
+    fails(agent + " --local zz", kUsage, says + "bad local address 'zz': *");
+    fails("agent --pcap " + absent, kFailed,
+          says + absent + ": cannot open: No such file or directory\n");
+    fails("agent --pcap " + temp.path(), kFailed,
+          says + temp.path() + ": cannot read: Is a directory\n");
+    fails("agent --pcap " + empty, kFailed, says + empty + ": cannot read: the file is empty\n");
+    fails("agent --pcap " + garbled, kFailed, says + garbled + ": not a readable capture: *");
+    fails("agent --pcap " + strange, kFailed, says + strange + ": link type 147 *");
+    fails(agent + " --root " + file, kFailed,
+          says + "cannot create folder " + file + ": Not a directory\n");
+    fails(agent + " --root /proc/x", kFailed,
+          says + "cannot create folder /proc/x: No such file or directory\n");
     EXPECT_FALSE(fs::exists(root));
     EXPECT_EQ(fs::file_size(file), 1U);
 }
