@@ -7,7 +7,6 @@ readonly BUILD_PACKAGES="g++ cmake ninja-build pkg-config python3 libfmt-dev lib
     nlohmann-json3-dev libpcap-dev"
 readonly TEST_PACKAGES="libgtest-dev libgmock-dev"
 readonly BENCH_PACKAGES="libbenchmark-dev libabsl-dev"
-readonly CHECK_PACKAGES="clang-format clang-tidy"
 
 # quietly WHAT COMMAND...: runs the command with its output in a log. What takes longer than two
 # seconds is announced and shows its latest line; what fails shows its log.
