@@ -62,8 +62,11 @@ TEST_F(Tool, TheFilesHoldWhatTheReportSays) {
     const Outcome run = agent({"--json", "--pcap", kSample});
     const Figures reported(json::parse(run.out));
     const auto word = [](const std::vector<unsigned char>& bytes, std::size_t at) {
-        return bytes.at(at) | bytes.at(at + 1) << 8U | bytes.at(at + 2) << 16U |
-               static_cast<std::uint32_t>(bytes.at(at + 3)) << 24U;
+        std::uint32_t result = 0;
+        for (unsigned i = 0; i < 4; ++i) {
+            result |= std::uint32_t{bytes.at(at + i)} << 8U * i;
+        }
+        return result;
     };
     const std::map<unsigned, const char*> types{{0, "ERROR"},    {1, "PATH"},      {2, "RESV"},
                                                 {3, "PATHERR"},  {4, "RESVERR"},   {5, "PATHTEAR"},
