@@ -17,7 +17,7 @@ namespace Packets {
 namespace {
 
 /// The C library's own 4 KiB would mean a system call for every two dozen packets.
-constexpr std::size_t bufferSize = 256 * 1024;
+constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 
 struct FileCloser {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }

@@ -65,7 +65,7 @@ Pello::String makeFolders(const Pello::String& folder) {
         } else {
             problem = std::strerror(errno);
         }
-        if (!problem.empty()) problem = "cannot create folder " + path + ": " + problem;
+        if (!problem.empty()) problem = fmt::format("cannot create folder {}: {}", path, problem);
         if (end == Pello::String::npos) break;
     }
     if (!problem.empty()) {
@@ -92,10 +92,15 @@ OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pel
     }
     path_ = base_ + "/" + name_;
     if (!create) return;
-    if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
-        Pello::raise<Pello::InvalidInitializeException>(tag, "{}", problem);
-    }
+    makeFolder();
     PELLO_TRACE(handler, 5, tag, "{}", path_);
+}
+
+void OruRootPath::makeFolder() const {
+    if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
+        Pello::raise<Pello::InvalidInitializeException>(
+            {"OruRootPath", "Mem/RootPath", "OruRootPath"}, "{}", problem);
+    }
 }
 
 bool OruRootPath::hasFile(const Pello::String& fileName) const {

@@ -38,6 +38,10 @@ class OruRootPath {
     const Pello::String& path() const { return path_; }
     Pello::String filePath(const Pello::String& fileName) const { return path_ + "/" + fileName; }
 
+    /// Makes the folder, and those above it, where they are missing. Throws
+    /// `InvalidInitializeException` when that fails.
+    void makeFolder() const;
+
     bool hasFile(const Pello::String& fileName) const;
 
     /// Removes a file of the folder. Its absence is no error.

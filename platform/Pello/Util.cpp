@@ -62,10 +62,12 @@ void includeShmemInCore() {
     unsigned filter = 0;
     std::ifstream in(path);
     const bool read = static_cast<bool>(in >> std::hex >> filter);
-    std::ofstream out(path);
-    out << fmt::format("{:#x}", filter | kSharedMappings);
-    out.flush();
-    if (!read || !out) {
+    const auto write = [&] {
+        std::ofstream out(path);
+        out << fmt::format("{:#x}", filter | kSharedMappings) << std::flush;
+        return static_cast<bool>(out);
+    };
+    if (!read || !write()) {
         const auto handler = Platform::getDebugHandler("Pello", true);
         PELLO_TRACE(*handler, 0, SourceTag("Util", "Pello/Util", "includeShmemInCore"),
                     "cannot change {}: shared memory may be missing from core dumps", path);

@@ -57,6 +57,7 @@ void RavoFile::write(RavoId id) {
     std::array<char, kFileSize> image{};
     const Record record{kMagic, id.word(), ~id.word(), kFormat};
     std::memcpy(image.data(), record.data(), sizeof record);
+    errno = 0; // a short write sets none
     const File file(open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode));
     const bool written =
         file.fd >= 0 && fchmod(file.fd, kFileMode) == 0 &&

@@ -61,6 +61,7 @@ class TorvuWriter : public Pello::Debuggable {
 
     /// The record of a slot's latest change.
     Position latest(std::uint32_t slot) const { return latest_.at(slot); }
+    bool hasRecord(std::uint32_t slot) const { return latest_.at(slot).sequence != 0; }
 
     /// No reader can be registered, so none lags behind.
     bool quiesced() const { return true; }

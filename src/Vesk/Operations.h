@@ -125,7 +125,10 @@ class Ops {
     static bool equal(const Key& a, const Key& b) { return KeyPolicy::equal(a, b); }
     static bool less(const Key& a, const Key& b) { return KeyPolicy::less(a, b); }
     static const Value& defaultValue() { return ValuePolicy::Allocator::type_default; }
-    static void initializeDefault() { ValuePolicy::Allocator::initialize(); }
+    static void initializeDefault() {
+        Allocator<Key>::initialize();
+        ValuePolicy::Allocator::initialize();
+    }
 
   private:
     std::uint32_t hashSeed_ = 0;

@@ -37,9 +37,15 @@ bool SlotTableBase::validateHeader(std::uint64_t memSize, SharedMem::RavoId id,
     } else {
         try {
             const std::uint64_t needed = fileSize(numSlots);
-            if (needed <= memSize) return true;
-            error =
-                fmt::format("bad shmem size:{} wanted:{} for {} slots", memSize, needed, numSlots);
+            if (needed > memSize) {
+                error = fmt::format("bad shmem size:{} wanted:{} for {} slots", memSize, needed,
+                                    numSlots);
+            } else if (const std::uint32_t highWater = header_->highWaterNumSlots();
+                       numSlots > highWater) {
+                error = fmt::format("bad numSlots:{} highWater:{}", numSlots, highWater);
+            } else {
+                return true;
+            }
         } catch (const Pello::RuntimeException& e) {
             error = fmt::format("bad numSlots: {} message: {}", numSlots, e.message());
         }

@@ -196,6 +196,8 @@ class SlotWriterTable final : public SlotTable<Ops, SlotWriterBase> {
         }
     }
 
+    const typename Ops::SlotAllocator& slotAllocator() const { return slotAllocator_; }
+
   private:
     [[noreturn]] void setSlotValue(unsigned int index) const {
         const Pello::SourceTag tag("SlotAllocator", "Vesk/Operations", "setSlotValue");

@@ -82,10 +82,13 @@ class VeskWriter : public VeskInterface<Ops>,
     /// none. The caller must store the complete value, its key included, at the returned address:
     /// what lies there is the image of some earlier change.
     Value* directUpdate(const Key& key) override;
-    /// Publishes the open direct operation.
+    /// Publishes the open direct operation. Builds with assertions check that the key is the one
+    /// that the operation was opened for.
     void directCommit() override;
 
-    std::uint32_t members() const override { return slots_.header().occupiedSlots(); }
+    std::uint32_t members() const override {
+        return slots_.attached() ? slots_.header().occupiedSlots() : 0;
+    }
     std::uint32_t buckets() const override { return hashMap_.buckets().numBuckets(); }
     std::uint32_t capacity() const override { return slots_.capacity(); }
     std::uint32_t minSize() const override { return slots_.minimumCapacity(); }
@@ -104,9 +107,11 @@ class VeskWriter : public VeskInterface<Ops>,
     void criticalTaskCheckIs(bool check) override { criticalTaskCheck_ = check; }
     bool criticalTaskCheck() const override { return criticalTaskCheck_; }
     void scratchpadIs(std::uint64_t word) override { slots_.header().scratchpadIs(word); }
-    std::uint64_t scratchpad() const override { return slots_.header().scratchpad(); }
+    std::uint64_t scratchpad() const override {
+        return slots_.attached() ? slots_.header().scratchpad() : 0;
+    }
 
-    void shrink() override { doMaybeShrinkSlots(slots_.shrinkThreshold()); }
+    void shrink() override { doMaybeShrinkSlots(dueShrinkThreshold()); }
     void handleQuiesced(bool quiesced) override { quiescedHandler_(quiesced); }
 
     // For the parts of a writer: the hash map, the validator, and tests of the file's bytes.
@@ -166,21 +171,29 @@ class VeskWriter : public VeskInterface<Ops>,
     Value* insert(const Value& value, std::uint32_t hash, SlotLink* prev, SlotLink* curr);
     Value* openDirect(const Value& value, std::uint32_t hash, bool found, SlotLink* curr);
     void growBucketsIfDue() {
-        if (members() > hashMap_.growThreshold()) [[unlikely]]
+        if (slots_.header().occupiedSlots() > hashMap_.growThreshold()) [[unlikely]]
             hashMap_.growBuckets();
     }
     void notifyChange(std::uint32_t slot) {
         if constexpr (Ops::notifying) torvu_.notify(slot, 0);
     }
+    /// The number of slots to come down to; 0 while more than half as many are taken.
+    std::uint32_t dueShrinkThreshold() const {
+        const std::uint32_t threshold = slots_.shrinkThreshold();
+        return slots_.header().occupiedSlots() < threshold / 2 ? threshold : 0;
+    }
     /// Where the slot file would be compacted once most of its entries are gone; `threshold` is
-    /// the number of slots to come down to, 0 for none. Slots do not move yet, because readers
+    /// `dueShrinkThreshold()`. Slots do not move yet, because readers
     /// would have to follow the moves: the file keeps its size.
     void doMaybeShrinkSlots(std::uint32_t threshold);
     void doDetach();
     void checkDirectKey(const SlotWords& slot, const Value& value) const;
 
     // WriterParts
-    void resetCounters() override { counters_ = Writer::Counters(); }
+    void resetCounters() override {
+        counters_ = Writer::Counters();
+        bucketCounters_ = VeskCore::Bucket::WriterCounters();
+    }
     unsigned attachSlots(SharedMem::RavoId id) override { return slots_.attach(id); }
     unsigned attachBuckets(SharedMem::RavoId id) override {
         const unsigned result = hashMap_.buckets().attach(id);
@@ -210,8 +223,8 @@ class VeskWriter : public VeskInterface<Ops>,
         hashMap_.buckets().dumpToCoreIs(true);
     }
     Pello::String dumpText() const override {
-        return fmt::format("Vesk table \"{}\"\n\n\n{}\n\n{}\n\n", veskName(),
-                           slots_.header().toString(), hashMap_.buckets().header().toString());
+        return fmt::format("Vesk table \"{}\"\n\n\n{}\n\n{}\n\n", name_, slots_.header().toString(),
+                           hashMap_.buckets().header().toString());
     }
     std::uint32_t tableCapacity() const override { return capacity(); }
 
@@ -345,12 +358,12 @@ bool VeskWriter<Ops>::remove(const Key& keyArgument, Value& out) {
     prev->nextIs(Mem::StopPoint::unlinkSlot, slot.link.next());
     slots_.freeSlot(index);
     ++counters_.removed;
-    const std::uint32_t shrinkThreshold = slots_.shrinkThreshold();
-    const std::uint32_t threshold = members() < shrinkThreshold / 2 ? shrinkThreshold : 0;
+    const std::uint32_t threshold = dueShrinkThreshold();
     notifyChange(index);
     PELLO_TRACE(*this, 9, tagOf("remove"), "{} bucket:{} slot:{}", key, bucket, index);
     doMaybeShrinkSlots(threshold);
-    if (hashMap_.shrinksBuckets() && members() < hashMap_.shrinkBucketsThreshold()) {
+    if (hashMap_.shrinksBuckets() &&
+        slots_.header().occupiedSlots() < hashMap_.shrinkBucketsThreshold()) {
         hashMap_.shrinkBuckets();
     }
     slots_.leaveCriticalSection();
@@ -484,8 +497,8 @@ template <class Ops>
 Writer::Counters VeskWriter<Ops>::writerCounters() const {
     Writer::Counters counters = counters_;
     counters.bucketResizes = bucketCounters_.resizes;
-    counters.bucketsMappedSize = bucketCounters_.mappedSize;
     if (slots_.attached()) {
+        counters.bucketsMappedSize = bucketCounters_.mappedSize;
         counters.highWaterOccupancy = slots_.header().highWaterOccupancy();
         counters.slotsMappedSize = slots_.mapping().size();
     }
@@ -510,14 +523,13 @@ void VeskWriter<Ops>::validateVersionAnchor() const {
 template <class Ops>
 bool VeskWriter<Ops>::validateTable(SharedMem::RavoId id) {
     Validator<Ops> validator(*this);
-    hashMap_.validatorIs(&validator);
-    const bool ok = validator.validate(id);
-    hashMap_.validatorIs(nullptr);
-    return ok;
+    const typename VeskCore::WriterHashMap<Ops>::ValidatorScope scope(hashMap_, validator);
+    return validator.validate(id);
 }
 
 template <class Ops>
 bool VeskWriter<Ops>::validate() {
+    if (!slots_.attached()) return false;
     const bool ok = validateTable(ravoId());
     if (!ok) life_.traceDump("validate");
     return ok;

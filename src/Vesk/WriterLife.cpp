@@ -36,17 +36,23 @@ WriterLife::WriterLife(std::shared_ptr<Pello::Platform::DebugHandler> handler, W
 
 void WriterLife::attach() {
     PELLO_TRACE(*this, 5, tagOf("attach"), "localMem_:{} rootPath:{}", localMem_, rootPath_);
+    if (localMem_) {
+        attachFiles();
+        return;
+    }
+    rootPath_.makeFolder();
     const bool hadTable = parts_.filesExist();
     const bool hadIdentity = rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME);
     try {
         attachFiles();
     } catch (...) {
-        parts_.detachFiles();
-        if (!localMem_) {
-            if (!hadTable) parts_.removeFiles();
-            if (!hadIdentity) rootPath_.removeFile(SharedMem::RavoFile::RAVO_NAME);
-            rootPath_.removeEmptyFolders();
+        // Files that were there stay mapped: a core dump shall show what was wrong with them.
+        if (!hadTable) {
+            parts_.detachFiles();
+            parts_.removeFiles();
         }
+        if (!hadIdentity) rootPath_.removeFile(SharedMem::RavoFile::RAVO_NAME);
+        rootPath_.removeEmptyFolders();
         throw;
     }
 }

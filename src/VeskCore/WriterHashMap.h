@@ -83,8 +83,20 @@ class WriterHashMap : public Pello::Debuggable {
         shrinkBucketsThreshold_ = buckets_.numBuckets() / 4;
     }
 
-    /// While set, `first` and `next` report every slot that they pass.
-    void validatorIs(Vesk::Validator<Ops>* validator) { validator_ = validator; }
+    /// While it lives, `first` and `next` report every slot that they pass.
+    class ValidatorScope {
+      public:
+        ValidatorScope(WriterHashMap& map, Vesk::Validator<Ops>& validator)
+            : map_(map) {
+            map_.validator_ = &validator;
+        }
+        ~ValidatorScope() { map_.validator_ = nullptr; }
+        ValidatorScope(const ValidatorScope&) = delete;
+        ValidatorScope& operator=(const ValidatorScope&) = delete;
+
+      private:
+        WriterHashMap& map_;
+    };
 
     std::uint32_t bucketOf(std::uint32_t hash) const { return hash & buckets_.mask(); }
 
@@ -112,15 +124,17 @@ class WriterHashMap : public Pello::Debuggable {
     void shrinkBuckets();
 
   private:
-    static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
-        return {"WriterHashMap", "VeskCore/WriterHashMap", operation, line};
-    }
+    /// Made of the operation's name where it is said, so that the line is that of the check.
+    struct Tag : Pello::SourceTag {
+        Tag(const char* theOperation, unsigned theLine = __builtin_LINE())
+            : SourceTag("WriterHashMap", "VeskCore/WriterHashMap", theOperation, theLine) {}
+    };
 
     template <class... Args>
     [[noreturn, gnu::always_inline]] static void
-    raiseCorruption(const char* operation, fmt::format_string<const Args&...> format,
+    raiseCorruption(const Tag& tag, fmt::format_string<const Args&...> format,
                     const Args&... args) {
-        Pello::raise<Pello::CorruptionDetectedException>(tagOf(operation), format, args...);
+        Pello::raise<Pello::CorruptionDetectedException>(tag, format, args...);
     }
 
     /// How a walk through one chain towards (rhash, key) ended. By value, so that it stays in
@@ -212,7 +226,7 @@ inline auto WriterHashMap<Ops>::walk(const char* operation, const char* corruptK
         if (slotRhash > rhash || (slotRhash == rhash && Ops::less(key, slotKey))) {
             return {false, prev, &slot.link};
         }
-        PELLO_TRACE(*this, 9, tagOf(operation), "{} next curr:{}", key, next);
+        PELLO_TRACE(*this, 9, Tag(operation), "{} next curr:{}", key, next);
         prev = &slot.link;
         next = prev->next();
     }
@@ -223,7 +237,7 @@ template <class Ops>
 inline bool WriterHashMap<Ops>::find(const Key& key, std::uint32_t bucket, Vesk::SlotLink*& prev,
                                      Vesk::SlotLink*& curr, std::uint32_t hash) {
     const Walk end = walk("find", "slotId", key, bucket, hash);
-    PELLO_TRACE(*this, 9, tagOf("find"), "{} {}found curr:{} next:{}", key, end.found ? "" : "not ",
+    PELLO_TRACE(*this, 9, Tag("find"), "{} {}found curr:{} next:{}", key, end.found ? "" : "not ",
                 Vesk::SlotLink::index(end.prev->next()), Vesk::SlotLink::index(end.curr->next()));
     prev = end.prev;
     curr = end.curr;
@@ -237,12 +251,12 @@ inline auto WriterHashMap<Ops>::lookup(const Key& key, bool& found) -> const Val
     const Walk end = walk("lookup", "slot", key, bucket, hash);
     found = end.found;
     if (!end.found) {
-        PELLO_TRACE(*this, 8, tagOf("lookup"), "{} not found bucket:{}", key, bucket);
+        PELLO_TRACE(*this, 8, Tag("lookup"), "{} not found bucket:{}", key, bucket);
         return nullptr;
     }
     const Vesk::SlotWords& slot = slotOf(end.curr);
     slots().lastReadIs(slot);
-    PELLO_TRACE(*this, 9, tagOf("lookup"), "{} found bucket:{} slotId:{}", key, bucket,
+    PELLO_TRACE(*this, 9, Tag("lookup"), "{} found bucket:{} slotId:{}", key, bucket,
                 end.prev->next());
     return &slots().valueOf(slot);
 }
@@ -299,7 +313,7 @@ bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
     for (std::uint32_t count = 0; Vesk::SlotLink::leavesChain(head);) {
         if (head == Vesk::SlotLink::kEnd) {
             checkEnd("first", current);
-            PELLO_TRACE(*this, 8, tagOf("first"), "none found!");
+            PELLO_TRACE(*this, 8, Tag("first"), "none found!");
             return false;
         }
         if (++count >= buckets_.numBuckets()) [[unlikely]] {
@@ -324,7 +338,7 @@ bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
     }
     if (validator_ != nullptr) reportToValidator("first", slot, head);
     hint = {slot.sequence(), head, current};
-    PELLO_TRACE(*this, 9, tagOf("first"), "{} found at bucket {}", out, current);
+    PELLO_TRACE(*this, 9, Tag("first"), "{} found at bucket {}", out, current);
     return true;
 }
 
@@ -346,13 +360,13 @@ auto WriterHashMap<Ops>::fastNext(const Key& key, const Vesk::IterHint& hint,
     const std::uint32_t next = hinted.link.next();
     if (next == Vesk::SlotLink::kEnd) {
         checkEnd("next", hint.bucket);
-        PELLO_TRACE(*this, 8, tagOf("next"), "{} failed", key);
+        PELLO_TRACE(*this, 8, Tag("next"), "{} failed", key);
         return Step::end;
     }
     if (Vesk::SlotLink::leavesChain(next)) {
         following = Vesk::SlotLink::index(next);
         verifyNextBucket(hint.bucket, following);
-        PELLO_TRACE(*this, 9, tagOf("next"), "{} next bucket {} using {}", key, following, hint);
+        PELLO_TRACE(*this, 9, Tag("next"), "{} next bucket {} using {}", key, following, hint);
         return Step::bucket;
     }
     const Vesk::SlotWords& slot = table.slot(next);
@@ -374,7 +388,7 @@ bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint
     try {
         step = fastNext(key, hint, following);
     } catch (const Pello::CorruptionDetectedException& e) {
-        PELLO_TRACE(*this, 5, tagOf("next"),
+        PELLO_TRACE(*this, 5, Tag("next"),
                     "saw exception in fast path: {}. This might be okay, dropping to slow path to "
                     "find out",
                     e.message());
@@ -396,8 +410,8 @@ bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint
     slots().lastReadIs(slot);
     Ops::Marshall::fromSlot(out, slot.value());
     const Vesk::IterHint saved{slot.sequence(), following, hint.bucket};
-    PELLO_TRACE(*this, 9, tagOf("next"), "{} success {} using {}, saving new slot hint {}", key,
-                out, hint, saved);
+    PELLO_TRACE(*this, 9, Tag("next"), "{} success {} using {}, saving new slot hint {}", key, out,
+                hint, saved);
     hint = saved;
     return true;
 }
@@ -421,30 +435,30 @@ bool WriterHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hi
         if (bucketOf(hashOf(slotKey)) != bucket) [[unlikely]] {
             raiseCorruption("next", "corrupt key detected, slotId: {}", link);
         }
-        PELLO_TRACE(*this, 9, tagOf("next"), "{} comparing slot {} {}", key, link, slotKey);
+        PELLO_TRACE(*this, 9, Tag("next"), "{} comparing slot {} {}", key, link, slotKey);
         if (slot.rhash() > rhash || (slot.rhash() == rhash && Ops::less(key, slotKey))) {
             if (validator_ != nullptr) reportToValidator("next", slot, link, true);
             slots().lastReadIs(slot);
             Ops::Marshall::fromSlot(out, slot.value());
             hint = {slot.sequence(), link, bucket};
-            PELLO_TRACE(*this, 9, tagOf("next"), "{} success {}", key, out);
+            PELLO_TRACE(*this, 9, Tag("next"), "{} success {}", key, out);
             return true;
         }
         const std::uint32_t following = slot.link.next();
         if (slot.rhash() == rhash && Ops::equal(slotKey, key)) {
-            PELLO_TRACE(*this, 9, tagOf("next"), "{} next slotId {} success {}", key, following,
+            PELLO_TRACE(*this, 9, Tag("next"), "{} next slotId {} success {}", key, following,
                         slotKey);
         }
         link = following;
     }
     if (link == Vesk::SlotLink::kEnd) {
         checkEnd("next", bucket);
-        PELLO_TRACE(*this, 8, tagOf("next"), "{} failed", key);
+        PELLO_TRACE(*this, 8, Tag("next"), "{} failed", key);
         return false;
     }
     const std::uint32_t nextBucket = Vesk::SlotLink::index(link);
     verifyNextBucket(bucket, nextBucket);
-    PELLO_TRACE(*this, 9, tagOf("next"), "{} next bucket {}", key, nextBucket);
+    PELLO_TRACE(*this, 9, Tag("next"), "{} next bucket {}", key, nextBucket);
     return first(nextBucket, out, hint);
 }
 
@@ -492,7 +506,7 @@ void WriterHashMap<Ops>::growBuckets() {
         return lastLinkOf(
             b, [b, bucketAfter](const Vesk::SlotWords& slot) { return bucketAfter(slot) != b; });
     };
-    PELLO_TRACE(*this, 2, tagOf("growBuckets"), "growing from: {} to: {}", old, doubled);
+    PELLO_TRACE(*this, 2, Tag("growBuckets"), "growing from: {} to: {}", old, doubled);
     const double start = Pello::time();
     std::uint64_t deadline = newDeadline();
     buckets_.resize(doubled);
@@ -538,7 +552,7 @@ void WriterHashMap<Ops>::shrinkBuckets() {
     const double elapsed = Pello::time() - start;
     counters.lastBucketShrinkTime = elapsed;
     counters.longestBucketShrinkTime = std::max(counters.longestBucketShrinkTime, elapsed);
-    PELLO_TRACE(*this, 2, tagOf("shrinkBuckets"), "shrunk from:{} to:{} shrinkBuckets_:{} time:{}",
+    PELLO_TRACE(*this, 2, Tag("shrinkBuckets"), "shrunk from:{} to:{} shrinkBuckets_:{} time:{}",
                 old, half, shrinkBuckets_, elapsed);
     growThreshold_ = half;
     shrinkBucketsThreshold_ = old / 8;

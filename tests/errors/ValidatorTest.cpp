@@ -71,11 +71,11 @@ std::vector<Damage> damagesOf(const TableFiles& t) {
     header(format("bad type name:{}{} wanted:{}", firstLetter, typeName.substr(1), typeName),
            head(48, was(48) + 1));
     const std::uint32_t n = t.numSlots();
-    const std::uint32_t high = t.header(kHighWater);
-    header(format("bad numSlots:0 highWater:{}", high), head(kNumSlots, 0));
-    header(format("bad numSlots:{} highWater:{}", high + 1, high), head(kNumSlots, high + 1));
-    header(format("bad shmem size:{} wanted:{} for 99999 slots", t.offsetOf(n), t.offsetOf(99999)),
-           head(kHighWater, 99999), head(kNumSlots, 99999));
+    header("bad numSlots:0", head(kNumSlots, 0));
+    header(format("bad numSlots:{} highWater:{}", n, n - 1), head(kHighWater, n - 1));
+    header(format("bad shmem size:{} wanted:{} for {} slots", t.offsetOf(n), t.offsetOf(n + 1),
+                  n + 1),
+           head(kNumSlots, n + 1));
 
     const std::uint32_t bucket = t.bucketWith(3);
     const std::uint32_t first = t.chain(bucket)[0];
