@@ -64,14 +64,14 @@ struct MapDescriptor : Mem::CollectionDescriptor {
 
     /// The 15 options in their fixed order, the first in bit 0.
     std::uint32_t flagWord() const {
-        const bool flags[] = {localMem,          fixedSize,   shrinkSlots,
-                              shrinkBuckets,     keepDeleted, synchronousInit,
-                              flushNotification, heapAlloc,   trackMemory,
-                              cleanupOnInit,     forceResync, assertOnOrphanAccess,
-                              criticalTaskCheck, prevValue,   dumpToCore};
         std::uint32_t word = 0;
-        for (std::uint32_t i = 0; i < 15; ++i) {
-            word |= (flags[i] ? 1U : 0U) << i;
+        std::uint32_t bit = 1;
+        for (const bool flag :
+             {localMem, fixedSize, shrinkSlots, shrinkBuckets, keepDeleted, synchronousInit,
+              flushNotification, heapAlloc, trackMemory, cleanupOnInit, forceResync,
+              assertOnOrphanAccess, criticalTaskCheck, prevValue, dumpToCore}) {
+            if (flag) word |= bit;
+            bit <<= 1U;
         }
         return word;
     }

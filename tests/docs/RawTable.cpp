@@ -53,8 +53,11 @@ RawTable::RawTable(const std::string& folder)
     , buckets_(fileOf(folder + "/buckets")) {}
 
 std::uint32_t RawTable::word(const Bytes& bytes, std::size_t offset) {
-    return static_cast<std::uint32_t>(bytes.at(offset)) | bytes.at(offset + 1) << 8U |
-           bytes.at(offset + 2) << 16U | static_cast<std::uint32_t>(bytes.at(offset + 3)) << 24U;
+    std::uint32_t result = 0;
+    for (unsigned i = 0; i < 4; ++i) {
+        result |= std::uint32_t{bytes.at(offset + i)} << 8U * i;
+    }
+    return result;
 }
 
 std::optional<std::uint32_t> RawTable::count(std::uint8_t errorType) const {

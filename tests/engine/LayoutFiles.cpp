@@ -1,7 +1,8 @@
-// Makes the files of a scripted table, for layout_reference.py to compare.
+// Makes the files of a scripted table, for layout_reference.py to compare:
 //
-//   layoutFiles ROOT < script
-//   open SHAPE TABLESIZE fixed|growing | write KEY COUNT | direct KEY COUNT | remove KEY | attach
+//   layoutFiles ROOT SHAPE TABLESIZE fixed|growing < script
+//
+// with lines "write KEY COUNT", "direct KEY COUNT", "remove KEY 0" and "attach 0 0".
 
 #include "Environment.h"
 #include "Mem/RootPath.h"
@@ -22,35 +23,23 @@ namespace {
 template <class Shape>
 [[gnu::noinline]] void change(TestSupport::WriterOf<Shape>& writer, const std::string& what,
                               std::uint32_t number, std::uint32_t count) {
-    if (what == "write") {
-        writer.write(Shape::value(number, count), true);
-    } else if (what == "direct") {
-        writer.directWrite(Shape::value(number, count));
-        writer.directCommit();
-    } else {
-        typename Shape::Ops::Value out;
-        writer.remove(Shape::key(number), out);
-    }
+    typename Shape::Ops::Value out;
+    if (what == "write") writer.write(Shape::value(number, count), true);
+    if (what == "direct") writer.directWrite(Shape::value(number, count));
+    if (what == "direct") writer.directCommit();
+    if (what == "remove") writer.remove(Shape::key(number), out);
 }
 
 template <class Shape>
-void replay(std::uint32_t tableSize, bool fixed) {
-    Vesk::MapDescriptor descriptor(tableSize, Vesk::VeskType::writer);
-    descriptor.fixedSize = fixed;
-    descriptor.shrinkBuckets = true;
+void replay(const Vesk::MapDescriptor& descriptor) {
     dirtyStack();
     auto writer = TestSupport::openWriter<Shape>("table", descriptor);
     std::string what;
     std::uint32_t number = 0;
-    while (std::cin >> what) {
-        std::uint32_t count = 0;
-        if (what == "attach") {
-            writer.reset();
-            writer = TestSupport::openWriter<Shape>("table", descriptor);
-            continue;
-        }
-        std::cin >> number;
-        if (what != "remove") std::cin >> count;
+    std::uint32_t count = 0;
+    while (std::cin >> what >> number >> count) {
+        if (what == "attach") writer.reset();
+        if (what == "attach") writer = TestSupport::openWriter<Shape>("table", descriptor);
         dirtyStack();
         change<Shape>(*writer, what, number, count);
     }
@@ -59,24 +48,19 @@ void replay(std::uint32_t tableSize, bool fixed) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string open;
-    std::string shape;
-    std::string growth;
-    std::uint32_t tableSize = 0;
-    if (argc != 2 || !(std::cin >> open >> shape >> tableSize >> growth) || open != "open") {
-        std::fprintf(stderr, "wanted: layoutFiles ROOT < script\n");
+    if (argc != 5) {
+        std::fprintf(stderr, "wanted: ROOT SHAPE TABLESIZE fixed|growing\n");
         return 2;
     }
     Mem::RootPath::baseIs(argv[1]);
-    const bool fixed = growth == "fixed";
-    if (shape == "ErrorCounter") {
-        replay<TestSupport::ErrorShape>(tableSize, fixed);
-    } else if (shape == "MessageCounter") {
-        replay<TestSupport::MessageShape>(tableSize, fixed);
-    } else if (shape == "SessionStandIn") {
-        replay<TestSupport::SessionShape>(tableSize, fixed);
-    } else {
-        replay<TestSupport::SpShape>(tableSize, fixed);
-    }
+    const std::string shape = argv[2];
+    Vesk::MapDescriptor descriptor(static_cast<std::uint32_t>(std::stoul(argv[3])),
+                                   Vesk::VeskType::writer);
+    descriptor.fixedSize = argv[4] == std::string("fixed");
+    descriptor.shrinkBuckets = true;
+    if (shape == "ErrorCounter") replay<TestSupport::ErrorShape>(descriptor);
+    if (shape == "MessageCounter") replay<TestSupport::MessageShape>(descriptor);
+    if (shape == "SessionStandIn") replay<TestSupport::SessionShape>(descriptor);
+    if (shape == "SpStandIn") replay<TestSupport::SpShape>(descriptor);
     return 0;
 }

@@ -19,14 +19,16 @@
 
 namespace EngineTest {
 
+using TestSupport::openWriter;
+using TestSupport::WriterOf;
+
 /// Three keys each have all 32 bits of their hash in common: their order is that of the keys.
 struct CrowdedKey {
     std::uint32_t number = 0;
     std::uint32_t pad = 0;
 
     std::uint32_t hash(std::uint32_t seed) const { return TestSupport::mixed(number / 3, seed, 1); }
-    friend bool operator==(const CrowdedKey&, const CrowdedKey&) = default;
-    friend bool operator<(const CrowdedKey& a, const CrowdedKey& b) { return a.number < b.number; }
+    friend auto operator<=>(const CrowdedKey&, const CrowdedKey&) = default;
 };
 
 struct CrowdedValue {
@@ -65,49 +67,24 @@ struct ShapeName {
     }
 };
 
+inline Vesk::MapDescriptor shrinkingTable() {
+    Vesk::MapDescriptor descriptor = TestSupport::growingTable();
+    descriptor.shrinkBuckets = true;
+    return descriptor;
+}
+
+template <class Shape>
+using ValueOf = typename Shape::Ops::Value;
 /// The generation of each key that is present.
 template <class Shape>
 using ModelOf = std::map<typename Shape::Key, std::uint32_t>;
+/// Where iteration comes to a key: entries ascend by reversed hash, then by key.
 template <class Shape>
-using ValueOf = typename Shape::Ops::Value;
-
-/// The keys of a model as iteration gives them: ascending by reversed hash, then by key.
-template <class Shape>
-std::vector<std::pair<std::uint32_t, typename Shape::Key>> orderOf(const ModelOf<Shape>& model,
-                                                                   std::uint32_t seed) {
-    std::vector<std::pair<std::uint32_t, typename Shape::Key>> order;
-    for (const auto& [key, generation] : model) {
-        order.emplace_back(Shape::Ops::rhash(key.hash(seed)), key);
-    }
-    std::sort(order.begin(), order.end());
-    return order;
-}
-
-/// All entries by iteration; a failure when they are not whole or not in order.
-template <class Shape>
-ModelOf<Shape> contentOf(const TestSupport::WriterOf<Shape>& writer) {
-    ModelOf<Shape> content;
-    std::vector<std::pair<std::uint32_t, typename Shape::Key>> visited;
-    ValueOf<Shape> value;
-    Vesk::IterHint hint;
-    for (bool more = writer.first(value, hint); more;
-         more = writer.next(value.key(), value, hint)) {
-        EXPECT_TRUE(Shape::whole(value)) << fmt::format("{}", value);
-        content[value.key()] = Shape::generation(value);
-        visited.emplace_back(Shape::Ops::rhash(value.key().hash(writer.hashSeed())), value.key());
-    }
-    EXPECT_TRUE(visited == orderOf<Shape>(content, writer.hashSeed())) << "order of iteration";
-    return content;
-}
+using PlaceOf = std::pair<std::uint32_t, typename Shape::Key>;
 
 template <class Shape>
-std::uint32_t slotOf(const TestSupport::WriterOf<Shape>& writer, const typename Shape::Key& key) {
-    bool found = false;
-    const auto* const at = reinterpret_cast<const std::byte*>(writer.lookup(key, found, nullptr));
-    if (!found) return 0xFFFFFFFFU;
-    const std::size_t slotSize = 16 + sizeof(typename Shape::V);
-    const auto offset = static_cast<std::size_t>(at - writer.slotTable().mapping().base());
-    return static_cast<std::uint32_t>((offset - 600 - slotSize) / slotSize);
+PlaceOf<Shape> placeOf(const typename Shape::Key& key, std::uint32_t seed) {
+    return {Shape::Ops::rhash(key.hash(seed)), key};
 }
 
 /// Puts a complete value where a direct operation asks for it.
@@ -116,22 +93,43 @@ void compose(Value* at, const Value& value) {
     std::memcpy(static_cast<void*>(at), static_cast<const void*>(&value), sizeof value);
 }
 
-/// The first place in an order behind `key`.
-template <class Shape, class Order>
-auto behind(const Order& order, const typename Shape::Key& key, std::uint32_t seed) {
-    return std::upper_bound(order.begin(), order.end(),
-                            std::pair(Shape::Ops::rhash(key.hash(seed)), key));
+/// All entries by iteration; a failure when they are not whole or not in order.
+template <class Shape>
+ModelOf<Shape> contentOf(const WriterOf<Shape>& writer) {
+    ModelOf<Shape> content;
+    std::vector<PlaceOf<Shape>> places;
+    ValueOf<Shape> value;
+    Vesk::IterHint hint;
+    for (bool more = writer.first(value, hint); more;
+         more = writer.next(value.key(), value, hint)) {
+        EXPECT_TRUE(Shape::whole(value));
+        content[value.key()] = Shape::generation(value);
+        places.push_back(placeOf<Shape>(value.key(), writer.hashSeed()));
+    }
+    EXPECT_TRUE(std::is_sorted(places.begin(), places.end())) << "order of iteration";
+    EXPECT_EQ(places.size(), content.size()) << "a key was visited twice";
+    return content;
 }
 
-inline Vesk::MapDescriptor shrinkingTable() {
-    Vesk::MapDescriptor descriptor = TestSupport::growingTable();
-    descriptor.shrinkBuckets = true;
-    return descriptor;
+/// One step of iteration from any key with any hint, compared with the model.
+template <class Shape>
+void expectNext(const WriterOf<Shape>& writer, const ModelOf<Shape>& model,
+                const typename Shape::Key& key, Vesk::IterHint& hint, ValueOf<Shape>& value) {
+    const PlaceOf<Shape> from = placeOf<Shape>(key, writer.hashSeed());
+    std::optional<PlaceOf<Shape>> following;
+    for (const auto& [each, generation] : model) {
+        const PlaceOf<Shape> place = placeOf<Shape>(each, writer.hashSeed());
+        if (from < place && (!following || place < *following)) following = place;
+    }
+    ASSERT_EQ(writer.next(key, value, hint), following.has_value());
+    if (!following) return;
+    EXPECT_TRUE(value.key() == following->second);
+    EXPECT_EQ(Shape::generation(value), model.at(following->second));
 }
 
 /// The bytes that an attached writer has mapped.
 template <class Shape>
-RawTable rawTableOf(const TestSupport::WriterOf<Shape>& writer) {
+RawTable rawTableOf(const WriterOf<Shape>& writer) {
     const Mem::Mapping& slots = writer.slotTable().mapping();
     const auto* const buckets =
         reinterpret_cast<const std::byte*>(&writer.hashMap().buckets().header());
@@ -140,71 +138,60 @@ RawTable rawTableOf(const TestSupport::WriterOf<Shape>& writer) {
                     sizeof(typename Shape::V));
 }
 
-/// An operation that is under way: what its key may look like.
+/// An operation that is under way: the generation of its key, none when absent.
 template <class Shape>
 struct Pending {
     typename Shape::Key key;
-    std::optional<std::uint32_t> before; ///< generation, none when absent
+    std::optional<std::uint32_t> before;
     std::optional<std::uint32_t> after;
 };
 
-/// What a reader misses that takes the table to have `count` buckets; empty when it finds every
-/// entry of the model, whole, sorted, and nothing else. The key of an operation under way may be
-/// as before it or as after it.
+/// What readers miss that have adopted the number of buckets before or after the latest resize:
+/// empty when they find every entry of the model, whole, sorted, and nothing else. The key of an
+/// operation under way may be as before it or as after it.
 template <class Shape>
-std::string compareRaw(const RawTable& table, std::uint32_t count, const ModelOf<Shape>& model,
-                       std::uint32_t seed, const std::optional<Pending<Shape>>& pending) {
-    using Key = typename Shape::Key;
-    ModelOf<Shape> found;
-    std::string problem;
-    std::optional<std::pair<std::uint32_t, Key>> last;
-    std::uint32_t bucket = 0xFFFFFFFFU;
-    const std::string walked = table.walk(count, [&](const RawTable::Entry& entry) {
-        ValueOf<Shape> value;
-        std::memcpy(static_cast<void*>(&value), entry.value, sizeof value);
-        const std::uint32_t hash = value.key().hash(seed);
-        if (hash != entry.hash() || !Shape::whole(value)) {
-            problem = fmt::format("slot {} holds {}", entry.slot, value);
+std::string compareRaw(const RawTable& table, const ModelOf<Shape>& model, std::uint32_t seed,
+                       const std::optional<Pending<Shape>>& pending = {}) {
+    for (const std::uint32_t count : {table.numBuckets(), std::max(1U, table.numBuckets() / 2)}) {
+        ModelOf<Shape> found;
+        std::string problem;
+        PlaceOf<Shape> last{};
+        std::uint32_t bucket = count;
+        const std::string walked = table.walk(count, [&](const RawTable::Entry& entry) {
+            ValueOf<Shape> value;
+            std::memcpy(static_cast<void*>(&value), entry.value, sizeof value);
+            const auto place = placeOf<Shape>(value.key(), seed);
+            if (place.first != entry.rhash || !Shape::whole(value)) problem = "not whole";
+            if (entry.bucket == bucket && !(last < place)) problem = "not ascending";
+            last = place;
+            bucket = entry.bucket;
+            if (entry.hash() % count == bucket) found[value.key()] = Shape::generation(value);
+        });
+        ModelOf<Shape> wanted = model;
+        if (pending) {
+            const auto at = found.find(pending->key);
+            const auto seen =
+                at == found.end() ? std::nullopt : std::optional<std::uint32_t>(at->second);
+            if (seen != pending->before && seen != pending->after) problem = "half an operation";
+            wanted.erase(pending->key);
+            found.erase(pending->key);
         }
-        const std::pair<std::uint32_t, Key> place{entry.rhash, value.key()};
-        if (entry.bucket == bucket && !(*last < place)) problem = "keys do not ascend";
-        last = place;
-        bucket = entry.bucket;
-        if (hash % count == bucket) found[value.key()] = Shape::generation(value);
-    });
-    if (!walked.empty()) return walked;
-    if (!problem.empty()) return problem;
-    ModelOf<Shape> wanted = model;
-    if (pending) {
-        const auto at = found.find(pending->key);
-        const auto seen =
-            at == found.end() ? std::nullopt : std::optional<std::uint32_t>(at->second);
-        if (seen != pending->before && seen != pending->after) return "half an operation";
-        wanted.erase(pending->key);
-        found.erase(pending->key);
-    }
-    if (found != wanted) {
-        return fmt::format("{} entries found, {} wanted, or another content", found.size(),
-                           wanted.size());
+        if (found != wanted) problem = fmt::format("{} of {}", found.size(), wanted.size());
+        if (!walked.empty() || !problem.empty()) {
+            return fmt::format("{} of {} buckets: {} {}", count, table.numBuckets(), walked,
+                               problem);
+        }
     }
     return {};
 }
 
 } // namespace EngineTest
 
-template <>
-struct fmt::formatter<EngineTest::CrowdedKey> {
+template <class T>
+requires std::is_same_v<T, EngineTest::CrowdedKey> || std::is_base_of_v<EngineTest::CrowdedValue, T>
+struct fmt::formatter<T> {
     static constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
-    static auto format(const EngineTest::CrowdedKey& key, fmt::format_context& context) {
-        return fmt::format_to(context.out(), "key{}", key.number);
-    }
-};
-
-template <class Value>
-requires std::is_base_of_v<EngineTest::CrowdedValue, Value>
-struct fmt::formatter<Value> {
-    static constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
-    static auto format(const Value& value, fmt::format_context& context) {
-        return fmt::format_to(context.out(), "value{}#{}", value.theKey.number, value.count);
+    static auto format(const T&, fmt::format_context& context) {
+        return fmt::format_to(context.out(), "crowded");
     }
 };

@@ -22,53 +22,26 @@ from hash_reference import intf_hash, mox_hash, word  # noqa: E402
 
 END = 0xFFFFFFFF
 BUCKET = 0x80000000
-HEADER_FIELDS = {
-    0: "magic", 4: "format version", 6: "header size", 8: "byte order", 12: "slot size",
-    16: "ravo id", 20: "value size", 24: "table size", 28: "flags", 32: "page size",
-    40: "creation time", 48: "type name", 176: "padding", 550: "runtime flags", 552: "padding",
-    556: "occupied slots", 560: "free head", 564: "high-water slot count", 568: "hash seed",
-    572: "padding", 576: "slot count version", 580: "slot count", 584: "high-water occupancy",
-    588: "padding", 592: "scratchpad"}
 TEMPLATE = "TestSupport::StandIn<TestSupport::StandInKey<Rsvp::Rsvp{}Id>, {}ul>"
 
 
 class ErrorCounter:
-    type_name, size, notifying = "Rsvp::Vesk::ErrorCounter", 8, False
-    default = bytes(8)
-
-    @staticmethod
-    def key(number):
-        return number % 256
-
-    @staticmethod
-    def hash(key, seed):
-        return mox_hash(seed, bytes([key]))
-
-    @staticmethod
-    def value(key, count):
-        return struct.pack("<B3xI", key, count)
+    type_name, size, notifying, default = "Rsvp::Vesk::ErrorCounter", 8, False, bytes(8)
+    key = staticmethod(lambda number: number % 256)
+    hash = staticmethod(lambda key, seed: mox_hash(seed, bytes([key])))
+    value = staticmethod(lambda key, count: struct.pack("<B3xI", key, count))
 
 
 class MessageCounter:
     type_name, size, notifying = "Rsvp::Vesk::MessageCounter", 24, True
     default = struct.pack("<QI4xI4x", 0xFFFFFFFF, 0, 0)
-
-    @staticmethod
-    def key(number):
-        return 1 + number // 11, number % 11
-
-    @staticmethod
-    def hash(key, seed):
-        return mox_hash(seed, word(intf_hash(key[0])), word(key[1]))
-
-    @staticmethod
-    def value(key, count):
-        return struct.pack("<QI4xI4x", *key, count)
+    key = staticmethod(lambda number: (1 + number // 11, number % 11))
+    hash = staticmethod(lambda key, seed: mox_hash(seed, word(intf_hash(key[0])), word(key[1])))
+    value = staticmethod(lambda key, count: struct.pack("<QI4xI4x", *key, count))
 
 
 class SessionStandIn:
-    type_name, size, notifying = TEMPLATE.format("Session", 7), 72, False
-    default = bytes(72)
+    type_name, size, notifying, default = TEMPLATE.format("Session", 7), 72, False, bytes(72)
 
 
 class SpStandIn:
@@ -84,125 +57,111 @@ def single(value):
     return struct.unpack("<f", struct.pack("<f", value))[0]
 
 
-class Table:
-    """The words of both files, and the stores of each operation."""
+def relink(link, following):
+    link[:] = [link[0] + 4, following]
 
-    def __init__(self, kind, table_size, fixed, seed, ravo_id, page):
+
+class Table:
+    """The words of both files, and what each operation makes of them."""
+
+    def __init__(self, kind, table_size, fixed, seed, ravo_id):
         self.kind, self.table_size, self.seed, self.ravo_id = kind, table_size, seed, ravo_id
-        self.page, self.fixed = page, fixed
         self.slot_size = 16 + kind.size
-        self.header_size = 600 + self.slot_size
-        fit = (page - self.header_size) // self.slot_size
-        minimum = table_size if fixed else 1 << fit.bit_length() - 1
-        self.slots, self.free = [], END
+        fit = (resource.getpagesize() - 600 - self.slot_size) // self.slot_size
+        self.slots = []
         self.occupied = self.most_occupied = 0
-        self.version, self.bucket_version = 1, 1
-        self.look_rhash, self.look_value = 0, kind.default
+        self.version = self.bucket_version = 1
+        self.lookaside = struct.pack("<IIII", 0, END, 0, 0) + kind.default
         self.buckets = [[4, BUCKET | 1], [4, END]]
-        self.format(minimum)
+        self.format(table_size if fixed else 1 << fit.bit_length() - 1)
 
     def format(self, end):
-        start = len(self.slots)
-        for i in range(start, end):
-            self.slots.append({"link": [4, i + 1 if i + 1 < end else END], "sequence": 0,
-                               "rhash": 0, "value": self.kind.default, "key": None})
-        self.free = start
-
-    @staticmethod
-    def relink(link, following):
-        link[:] = [link[0] + 4, following]
-
-    def hash_of(self, index):
-        return self.kind.hash(self.slots[index]["key"], self.seed)
+        self.free = len(self.slots)
+        self.slots += [{"link": [4, i + 1 if i + 1 < end else END], "sequence": 0, "rhash": 0,
+                        "value": self.kind.default} for i in range(self.free, end)]
 
     def find(self, key):
-        """The link before the key's place and the slot that holds it, or None."""
-        rhash = reverse(self.kind.hash(key, self.seed))
-        link = self.buckets[self.kind.hash(key, self.seed) % len(self.buckets)]
-        while link[1] < BUCKET:
+        """The link before the key's place, and its slot or None."""
+        hashed = self.kind.hash(key, self.seed)
+        link = self.buckets[hashed % len(self.buckets)]
+        while link[1] < BUCKET and self.slots[link[1]]["rhash"] <= reverse(hashed):
             slot = self.slots[link[1]]
             if slot["key"] == key:
-                return link, link[1]
-            if (slot["rhash"], slot["key"]) > (rhash, key):
-                break
+                return link, slot
             link = slot["link"]
         return link, None
 
-    def write(self, number, count, direct=False):
+    def write(self, number, count):
         key = self.kind.key(number)
+        link, slot = self.find(key)
         value = self.kind.value(key, count)
-        link, index = self.find(key)
-        if index is not None:
-            slot = self.slots[index]
-            self.look_rhash, self.look_value = slot["rhash"], value
+        if slot is not None:
+            self.lookaside = struct.pack("<IIII", 0, END, 0, slot["rhash"]) + value
             slot["sequence"] += 4
             slot["value"] = value
             return
         if self.free == END:
-            assert not self.fixed
             self.format(math.ceil(single(single(len(self.slots)) * single(1.1))))
             self.version += 1
-        index = self.free
-        slot = self.slots[index]
+        index, slot = self.free, self.slots[self.free]
         self.free = slot["link"][1]
         self.occupied += 1
         self.most_occupied = max(self.most_occupied, self.occupied)
-        slot["rhash"] = reverse(self.kind.hash(key, self.seed))
-        slot["key"], slot["value"] = key, value
-        slot["sequence"] = slot["sequence"] + 4 | 1
-        self.relink(slot["link"], link[1])
-        self.relink(link, index)
+        slot |= {"key": key, "value": value, "sequence": slot["sequence"] + 4 | 1,
+                 "rhash": reverse(self.kind.hash(key, self.seed))}
+        relink(slot["link"], link[1])
+        relink(link, index)
         if self.occupied > len(self.buckets):
             self.double()
 
     direct = write
 
-    def remove(self, number):
-        link, index = self.find(self.kind.key(number))
-        if index is None:
+    def remove(self, number, _):
+        link, slot = self.find(self.kind.key(number))
+        if slot is None:
             return
-        slot = self.slots[index]
-        self.relink(link, slot["link"][1])
+        index = link[1]
+        relink(link, slot["link"][1])
         slot["sequence"] &= ~1
-        self.relink(slot["link"], self.free)
+        relink(slot["link"], self.free)
         self.free = index
         self.occupied -= 1
         if self.occupied < len(self.buckets) // 4:
             self.halve()
 
+    def attach(self, *_):
+        pass
+
     def tail(self, bucket, count):
         """The last link of a chain before a slot that `count` buckets keep elsewhere."""
         link = self.buckets[bucket]
-        while link[1] < BUCKET and self.hash_of(link[1]) % count == bucket:
+        while link[1] < BUCKET and reverse(self.slots[link[1]]["rhash"]) % count == bucket:
             link = self.slots[link[1]]["link"]
         return link
 
     def double(self):
         old = len(self.buckets)
-        for bucket in range(old):
-            self.buckets.append([4, self.tail(bucket, 2 * old)[1]])
+        self.buckets += [[4, self.tail(bucket, 2 * old)[1]] for bucket in range(old)]
         self.bucket_version += 1
         for bucket in range(old):
-            self.relink(self.tail(bucket, 2 * old), BUCKET | bucket + old)
+            relink(self.tail(bucket, 2 * old), BUCKET | bucket + old)
 
     def halve(self):
         half = len(self.buckets) // 2
         for bucket in range(half):
-            self.relink(self.tail(bucket, 2 * half), self.buckets[bucket + half][1])
+            relink(self.tail(bucket, 2 * half), self.buckets[bucket + half][1])
         self.bucket_version += 1
         del self.buckets[half:]
 
     def slot_file(self, created):
         header = bytearray(600)
-        struct.pack_into("<4sHHIIIIIII", header, 0, b"VSLT", 1, 600, 0x01020304, self.slot_size,
-                         self.ravo_id, self.kind.size, self.table_size,
-                         2 if self.kind.notifying else 0, self.page)
-        struct.pack_into("<Q128s", header, 40, created, self.kind.type_name.encode())
-        struct.pack_into("<IIII4xII", header, 556, self.occupied, self.free, len(self.slots),
-                         self.seed, self.version, len(self.slots))
-        struct.pack_into("<I", header, 584, self.most_occupied)
-        lookaside = struct.pack("<IIII", 0, END, 0, self.look_rhash) + self.look_value
-        return bytes(header) + lookaside + b"".join(
+        struct.pack_into("<4sHHIIIIIII4xQ128s", header, 0, b"VSLT", 1, 600, 0x01020304,
+                         self.slot_size, self.ravo_id, self.kind.size, self.table_size,
+                         2 if self.kind.notifying else 0, resource.getpagesize(), created,
+                         self.kind.type_name.encode())
+        struct.pack_into("<IIII4xIII", header, 556, self.occupied, self.free, len(self.slots),
+                         self.seed, self.version, len(self.slots), self.most_occupied)
+        return bytes(header) + self.lookaside + b"".join(
             struct.pack("<IIII", *slot["link"], slot["sequence"], slot["rhash"]) + slot["value"]
             for slot in self.slots)
 
@@ -211,75 +170,53 @@ class Table:
                            len(self.buckets)) + b"".join(
                                struct.pack("<II", *link) for link in self.buckets)
 
-    def name_of(self, file, offset):
-        if file == "buckets":
-            return f"bucket {(offset - 24) // 8}" if offset >= 24 else "bucket header"
-        if offset < 600:
-            return HEADER_FIELDS[max(at for at in HEADER_FIELDS if at <= offset)]
-        index, at = divmod(offset - 600, self.slot_size)
-        part = "link state, link next, sequence, rhash".split(", ")[at // 4] if at < 16 else "value"
-        return f"{part} of " + (f"slot {index - 1}" if index else "the lookaside slot")
-
 
 def histories():
     for kind in (ErrorCounter, MessageCounter, SessionStandIn, SpStandIn):
         yield "fresh", kind, 1000, False, []
         yield "fresh, fixed", kind, 17, True, []
     for kind in (ErrorCounter, MessageCounter):
-        some = [("write", n, 100 + n) for n in range(10)]
-        yield "insertions", kind, 1000, False, some
-        yield "overwrite", kind, 1000, False, some + [("write", 4, 7)]
-        yield "removal", kind, 1000, False, some + [("write", 4, 7), ("remove", 4)]
-        changes = some + [("remove", 3), ("remove", 8), ("write", 20, 1), ("direct", 5, 6),
-                          ("direct", 21, 2), ("remove", 99), ("write", 22, 3), ("write", 22, 4)]
-        yield "mixed", kind, 30, True, changes
+        yield "mixed", kind, 30, True, [("write", n, 100 + n) for n in range(10)] + [
+            ("write", 4, 7), ("remove", 3, 0), ("remove", 8, 0), ("write", 20, 1),
+            ("direct", 5, 6), ("direct", 21, 2), ("remove", 99, 0), ("write", 22, 3)]
         full = 10 + 4096 // (16 + kind.size)
-        many = [("write", n, n * n) for n in range(full)]
-        yield "growth", kind, 1000, False, many
-        yield "halving", kind, 1000, False, many + [("remove", n) for n in range(full - 3)] + [
-            ("attach",), ("write", 1, 1), ("direct", full - 1, 9)]
+        grown = [("write", n, n * n) for n in range(full)]
+        yield "growth", kind, 1000, False, grown
+        yield "halving", kind, 1000, False, grown + [("remove", n, 0) for n in range(full - 3)] + [
+            ("attach", 0, 0), ("write", 1, 1), ("direct", full - 1, 9)]
 
 
 def compare(program, root, kind, table_size, fixed, operations):
-    lines = [f"open {kind.__name__} {table_size} {'fixed' if fixed else 'growing'}"]
-    lines += [" ".join(map(str, operation)) for operation in operations]
+    command = [program, root, kind.__name__, str(table_size), "fixed" if fixed else "growing"]
     before = time.time_ns()
-    with subprocess.Popen([program, root], stdin=subprocess.PIPE, text=True) as process:
-        process.communicate("\n".join(lines) + "\n")
-    if process.returncode != 0:
-        return f"{program} ended with {process.returncode}"
+    with subprocess.Popen(command, stdin=subprocess.PIPE, text=True) as process:
+        process.communicate("".join(f"{name} {n} {count}\n" for name, n, count in operations))
     found = {name: (pathlib.Path(root) / "table" / name).read_bytes()
              for name in ("slots", "buckets")}
     (created,) = struct.unpack_from("<Q", found["slots"], 40)
     (seed,) = struct.unpack_from("<I", found["slots"], 568)
-    if not before - 10**6 <= created <= time.time_ns() + 10**6:
-        return f"creation time {created}"
+    if process.returncode != 0 or not before - 10**6 <= created <= time.time_ns() + 10**6:
+        return f"return code {process.returncode}, creation time {created}"
     # The creator's process and its first generation.
-    table = Table(kind, table_size, fixed, seed, process.pid % 65536 or 65536,
-                  resource.getpagesize())
-    for name, *arguments in operations:
-        if name != "attach":
-            getattr(table, name)(*arguments)
+    table = Table(kind, table_size, fixed, seed, process.pid % 65536 or 65536)
+    for name, number, count in operations:
+        getattr(table, name)(number, count)
     for file, wanted in (("slots", table.slot_file(created)), ("buckets", table.bucket_file())):
         for offset, (left, right) in enumerate(itertools.zip_longest(found[file], wanted)):
             if left != right:
-                return (f"file {file}, offset {offset} ({table.name_of(file, offset)}): "
-                        f"found {left}, wanted {right}")
+                return f"file {file}, offset {offset}: found {left}, wanted {right}"
     return None
 
 
 def main():
-    failures = 0
-    number = size = 0
-    for number, (name, kind, table_size, fixed, operations) in enumerate(histories(), 1):
+    failures = number = 0
+    for number, (name, kind, *table) in enumerate(histories(), 1):
         with tempfile.TemporaryDirectory() as root:
-            problem = compare(sys.argv[1], root, kind, table_size, fixed, operations)
-            size += sum((pathlib.Path(root) / "table" / file).stat().st_size
-                        for file in ("slots", "buckets"))
+            problem = compare(sys.argv[1], root, kind, *table)
         if problem is not None:
             failures += 1
             print(f"{kind.__name__}, {name}: {problem}")
-    print(f"{number} histories, {size} bytes compared, {failures} differ")
+    print(f"{number} histories, {failures} differ")
     return 1 if failures else 0
 
 

@@ -2,76 +2,62 @@
 
 #include "TableFiles.h"
 
-#include <gtest/gtest.h>
-
 namespace ErrorsTest {
 namespace {
 
-using Shape = TestSupport::ErrorShape;
+using Fatal = Table<TestSupport::ErrorShape>;
 
-TEST(Fatal, MisuseOfATable) {
-    const TestSupport::TempRoot root;
-    TableFiles files(root.path() + "/t", sizeof(Shape::V));
-    auto writer = TestSupport::openWriter<Shape>("t", TestSupport::growingTable());
+TEST_F(Fatal, MisuseOfATable) {
+    open();
     writer->write(Shape::value(1, 11), true); // slot 0
     writer->write(Shape::value(2, 22), true);
     const TableFiles::Image before = files.image();
     const Shape::V one = Shape::value(1, 33);
     const Shape::V three = Shape::value(3, 33);
-    Shape::Ops::Value value;
+    Value value;
 
     const std::string paired = "Make sure the DirectIs/Commit are properly paired!";
-    const auto says = [](const char* operation, const std::string& text) {
-        return fmt::format("VeskWriter Vesk/VeskWriter.{} {}", operation, text);
-    };
-    const auto unbalanced = [&](const char* operation, const std::string& open, const char* doing,
-                                const std::string& what) {
-        return says(operation, fmt::format("unbalanced directSlot:{} when {}:{} - {}", open, doing,
-                                           what, paired));
-    };
+    const std::string says = "VeskWriter Vesk/VeskWriter.";
     // `directUpdate` does not fill the image: what it holds is that of the last change.
-    const std::string existing = fmt::format("0 containing value:{}", Shape::value(1, 11));
-    const std::string fresh = fmt::format("2 containing value:{}", three);
+    const std::string existing =
+        fmt::format(" unbalanced directSlot:0 containing value:{} ", Shape::value(1, 11));
+    const std::string fresh = fmt::format(" unbalanced directSlot:2 containing value:{} ", three);
     const auto stops = [&](const std::string& text, const std::function<void()>& act) {
         EXPECT_EQ(fatalOf(act), text);
         files.imageIs(before); // the child has the files mapped, too
     };
-    const auto text = [](const auto& object) { return fmt::format("{}", object); };
-    stops(unbalanced("write", existing, "writing value", text(three)),
+    stops(fmt::format("{}write{}when writing value:{} - {}", says, existing, three, paired),
           [&] { writer->directUpdate(one.key()), writer->write(three, true); });
-    stops(unbalanced("write", fresh, "writing value", text(one)),
+    stops(fmt::format("{}write{}when writing value:{} - {}", says, fresh, one, paired),
           [&] { writer->directWrite(three), writer->write(one, false); });
-    stops(unbalanced("remove", existing, "removing key", text(three.key())),
+    stops(fmt::format("{}remove{}when removing key:{} - {}", says, existing, three.key(), paired),
           [&] { writer->directUpdate(one.key()), writer->remove(three.key(), value); });
-    stops(unbalanced("directWrite", existing, "modifying key", text(three.key())),
+    stops(fmt::format("{}directWrite{}when modifying key:{} - {}", says, existing, three.key(),
+                      paired),
           [&] { writer->directUpdate(one.key()), writer->directWrite(three); });
-    stops(unbalanced("directUpdate", fresh, "modifying key", text(one.key())),
+    stops(fmt::format("{}directUpdate{}when modifying key:{} - {}", says, fresh, one.key(), paired),
           [&] { writer->directWrite(three), writer->directUpdate(one.key()); });
-    stops(says("detach", fmt::format("unbalanced directSlot:{} - {}", fresh, paired)),
+    stops(says + "detach" + fresh + "- " + paired,
           [&] { writer->directWrite(three), writer->detach(true); });
-    stops(says("detach", fmt::format("unbalanced directSlot:{} - {}", existing, paired)),
+    stops(says + "detach" + existing + "- " + paired,
           [&] { writer->directUpdate(one.key()), writer.reset(); });
-    stops(says("directCommit", "not in direct mode! " + paired), [&] { writer->directCommit(); });
-    stops(says("directCommit", "not in direct mode! " + paired),
+    stops(says + "directCommit not in direct mode! " + paired,
           [&] { writer->directWrite(three), writer->directCommit(), writer->directCommit(); });
-    stops(says("directCommit", "key of directSlot:2 changed to " + text(Shape::key(4))),
+    stops(fmt::format("{}directCommit key of directSlot:2 changed to {}", says, Shape::key(4)),
           [&] { *writer->directWrite(three) = Shape::value(4, 1), writer->directCommit(); });
 
     const std::string slots = "SlotWriterTable Vesk/SlotWriter.";
-    for (const std::function<void()>& change :
-         {std::function<void()>([&] { writer->write(three, true); }),
-          {[&] { writer->remove(one.key(), value); }},
-          {[&] { writer->directWrite(three); }},
-          {[&] { writer->directUpdate(one.key()); }}}) {
+    const std::function<void()> changes[] = {
+        [&] { writer->write(three, true); }, [&] { writer->remove(one.key(), value); },
+        [&] { writer->directWrite(three); }, [&] { writer->directUpdate(one.key()); }};
+    for (const auto& change : changes) {
         files.headerIs(kRuntime, kCritical);
         stops(slots + "enterCriticalSection Vesk reentrancy detected: " + files.folder, change);
     }
-    const auto format = [&](std::uint32_t start, std::uint32_t end) {
-        return [&writer, start, end] { writer->slotTable().initializeSlots(start, end); };
-    };
-    stops(slots + "initializeSlots bad index range, start: 5 end: 5", format(5, 5));
-    stops(slots + "initializeSlots bad index range, start: 0 end: 0", format(0, 0));
-    stops(slots + "initializeSlots free-list is not empty", format(0, 1));
+    stops(slots + "initializeSlots bad index range, start: 5 end: 5",
+          [&] { writer->slotTable().initializeSlots(5, 5); });
+    stops(slots + "initializeSlots free-list is not empty",
+          [&] { writer->slotTable().initializeSlots(0, 1); });
     stops("VersionAnchor SharedMem/VersionAnchor.validate should not be called on a "
           "default-constructed VersionAnchor",
           [&] { writer->validateVersionAnchor(); });

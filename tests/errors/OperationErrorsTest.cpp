@@ -2,9 +2,6 @@
 
 #include "Mem/Atomics.h"
 #include "TableFiles.h"
-#include "Vesk/Util.h"
-
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,50 +10,29 @@ namespace ErrorsTest {
 namespace {
 
 using Pello::CorruptionDetectedException;
-using Pello::InvalidInitializeException;
-using Shape = TestSupport::ErrorShape;
-using TestSupport::fixedTable;
-using TestSupport::growingTable;
-using TestSupport::openWriter;
 
-struct Operations : testing::Test {
-    using Writer = TestSupport::WriterOf<Shape>;
+struct Operations : Table<TestSupport::ErrorShape> {
+    static std::string corruption(const std::function<void()>& call) {
+        return raisedBy<CorruptionDetectedException>(call);
+    }
 
-    void open(const Vesk::MapDescriptor& descriptor) {
-        writer.reset();
-        writer = openWriter<Shape>("t", descriptor);
-    }
-    void fill(std::uint32_t entries) {
-        for (std::uint32_t i = 0; i < entries; ++i) {
-            writer->write(Shape::value(i, i), true);
-        }
-    }
-    Shape::Key keyIn(std::uint32_t slot) const {
-        return Shape::key(files.valueOf(slot)[0] & 0xFFU);
-    }
-    std::string opening(const std::string& table = "t") {
-        return raisedBy<InvalidInitializeException>(
-            [&] { writer.reset(), writer = openWriter<Shape>(table, growingTable()); });
-    }
-    bool critical() const { return (files.header(kRuntime) & kCritical) != 0; }
-
-    TestSupport::TempRoot root;
-    TableFiles files{root.path() + "/t", sizeof(Shape::V)};
-    std::unique_ptr<Writer> writer;
+    Value value;
+    Vesk::IterHint hint;
+    const std::string map = "WriterHashMap VeskCore/WriterHashMap.";
+    const std::string slotTable = "SlotWriterTable Vesk/SlotWriter.";
 };
 
 TEST_F(Operations, CorruptChainsEndInAnErrorOfTheWalkThatMeetsThem) {
-    open(growingTable());
+    open();
     fill(200);
     const TableFiles::Image sound = files.image();
-    const std::uint32_t bucket = files.bucketWith(3);
-    const std::vector<std::uint32_t> chain = files.chain(bucket);
-    const Shape::Key key = keyIn(chain[2]);
-    Writer::Value value;
+    const std::uint32_t bucket = bucketWith(3);
+    const std::vector<std::uint32_t> slots = chain(bucket);
+    const std::uint32_t n = raw().numSlots();
+    const Shape::Key key = Shape::key(slotWord(slots[2], kValue) & 0xFFU);
     bool found = false;
-    Vesk::IterHint hint;
     struct Operation {
-        const char* name;
+        std::string name;
         bool entersCriticalSection; ///< before it walks
         std::function<void()> call;
     };
@@ -67,171 +43,93 @@ TEST_F(Operations, CorruptChainsEndInAnErrorOfTheWalkThatMeetsThem) {
                                     {"find", false, [&] { writer->remove(key, value); }},
                                     {"lookup", false, [&] { writer->lookup(key, found, nullptr); }},
                                     {"next", false, [&] { writer->next(key, value, hint = {}); }}};
-    const auto expectRaised = [&](SlotWord at, const std::vector<std::uint32_t>& words,
-                                  const std::string& text) {
+    struct Damage {
+        Word at;
+        std::uint32_t word;
+        std::string text; ///< {0} is the operation, {1} how it calls a slot
+    };
+    const Damage damages[] = {
+        {kNext, slots[0],
+         fmt::format("{}{{0}} hash chain cycle detected, slotCount:{} capacity:{}", map, n + 1, n)},
+        {kSequence, slotWord(slots[1], kSequence) & ~1U,
+         fmt::format("{}{{0}} slotId: {} not marked as occupied", map, slots[1])},
+        {kValue, foreignValue(bucket)[0],
+         fmt::format("{}{{0}} corrupt key detected, {{1}}: {}", map, slots[1])},
+        {kNext, n,
+         fmt::format("SlotWriterTable::Slots Vesk/SlotWriter.operator[] out-of-range index: {} "
+                     "max:{}",
+                     n, n - 1)}};
+    for (const Damage& damage : damages) {
         for (const Operation& operation : operations) {
-            TestSupport::patchFile(files.slots, files.offsetOf(chain[1]) + at, words.data(),
-                                   4 * words.size());
+            slotIs(slots[1], damage.at, damage.word);
             const TableFiles::Image before = files.image();
-            const char* const slot =
-                operation.name == std::string_view("lookup") ? "slot" : "slotId";
-            EXPECT_EQ(raisedBy<CorruptionDetectedException>(operation.call),
-                      fmt::format(fmt::runtime(text), operation.name, slot));
-            EXPECT_EQ(critical(), operation.entersCriticalSection) << operation.name;
+            EXPECT_EQ(corruption(operation.call),
+                      fmt::format(fmt::runtime(damage.text), operation.name,
+                                  operation.name == "lookup" ? "slot" : "slotId"));
+            EXPECT_EQ(files.critical(), operation.entersCriticalSection) << operation.name;
             files.headerIs(kRuntime, 0);
             EXPECT_EQ(files.image(), before) << operation.name;
             files.imageIs(sound);
         }
-    };
-    const std::string map = "WriterHashMap VeskCore/WriterHashMap.{0} ";
-    const std::uint32_t n = files.numSlots();
-    expectRaised(kNext, {chain[0]},
-                 map +
-                     fmt::format("hash chain cycle detected, slotCount:{} capacity:{}", n + 1, n));
-    expectRaised(kSequence, {files.slot(chain[1], kSequence) & ~1U},
-                 map + fmt::format("slotId: {} not marked as occupied", chain[1]));
-    expectRaised(kValue, files.valueOf(files.slotOutside(bucket)),
-                 map + fmt::format("corrupt key detected, {{1}}: {}", chain[1]));
-    expectRaised(
-        kNext, {n},
-        fmt::format("SlotWriterTable::Slots Vesk/SlotWriter.operator[] out-of-range index: "
-                    "{} max:{}",
-                    n, n - 1));
-    EXPECT_TRUE(writer->validate());
+    }
 }
 
-TEST_F(Operations, CorruptChainsStopAnIteration) {
-    open(growingTable());
-    fill(200);
-    const TableFiles::Image sound = files.image();
-    Writer::Value value;
-    Vesk::IterHint hint;
-    ASSERT_TRUE(writer->first(value, hint));
-    const std::uint32_t head = hint.slot;
-    const std::uint32_t bucket = files.bucketWith(2);
-    const std::uint32_t end = files.chain(bucket).back();
-    const std::string map = "WriterHashMap VeskCore/WriterHashMap.";
-    const auto first = [&] {
-        return raisedBy<CorruptionDetectedException>([&] { writer->first(value, hint); });
-    };
-    const auto next = [&] {
-        const Shape::Key key = keyIn(end);
-        return raisedBy<CorruptionDetectedException>([&] { writer->next(key, value, hint = {}); });
-    };
-    files.slotIs(head, kSequence, 4);
-    EXPECT_EQ(first(), map + fmt::format("first slotId: {} from bucket: {} not marked as occupied",
-                                         head, hint.bucket));
-    files.imageIs(sound);
-    files.slotIs(head, kValue, files.valueOf(files.slotOutside(hint.bucket))[0]);
-    EXPECT_EQ(first(), map + fmt::format("first corrupt key detected, slotId: {}", head));
-    files.imageIs(sound);
-    files.slotIs(end, kNext, kEnd);
-    EXPECT_EQ(next(), map + fmt::format("next thinks we've reached the end of the table, but we're "
-                                        "in bucket {} when there are numBuckets: 256",
-                                        bucket));
-    files.slotIs(end, kNext, kBucketBit | bucket);
-    EXPECT_EQ(next(), map + fmt::format("verifyNextBucket has bucket: {} with next bucket: {} and "
-                                        "numBuckets: 256",
-                                        bucket, bucket));
-    EXPECT_EQ(
-        raisedBy<CorruptionDetectedException>([&] { writer->hashMap().first(256, value, hint); }),
-        "BucketWriter VeskCore/BucketWriter.operator[] out-of-range, index:256 max:255");
-
-    writer->cleanup();
-    open(growingTable()); // two empty buckets
-    files.bucketIs(0, kEnd);
-    EXPECT_EQ(first(), map +
-                           "first thinks we've reached the end of the table, but we're in bucket 0 "
-                           "when there are numBuckets: 2");
-    files.bucketIs(0, kBucketBit | 1);
-    files.bucketIs(1, kBucketBit);
-    EXPECT_EQ(first(), map + "first has bucket cycle detected, bucketCount: 2 numBuckets: 2");
-    EXPECT_FALSE(writer->validate());
+TEST_F(Operations, ACycleOfBucketsStopsAnIteration) {
+    open(); // two empty buckets
+    bucketIs(0, kBucketBit | 1);
+    bucketIs(1, kBucketBit);
+    EXPECT_EQ(corruption([this] { writer->first(value, hint); }),
+              map + "first has bucket cycle detected, bucketCount: 2 numBuckets: 2");
+    EXPECT_EQ(corruption([this] { writer->hashMap().first(2, value, hint); }),
+              "BucketWriter VeskCore/BucketWriter.operator[] out-of-range, index:2 max:1");
 }
 
 TEST_F(Operations, ACorruptFreeListStopsAnInsertion) {
-    open(growingTable());
+    open();
     fill(128);
     files.headerIs(kOccupiedSlots, 127);
-    EXPECT_EQ(
-        raisedBy<CorruptionDetectedException>([&] { writer->write(Shape::value(200, 1), true); }),
-        fmt::format("SlotWriterTable Vesk/SlotWriter.grow the slot table is full but numSlots: "
-                    "{{{}, 128}} and occupiedSlots: 127 are not equal",
-                    TestSupport::wordOf(files.slots, 576)));
-    EXPECT_TRUE(critical());
+    EXPECT_EQ(corruption([this] { writer->write(Shape::value(200, 1), true); }),
+              fmt::format("{}grow the slot table is full but numSlots: {{{}, 128}} and "
+                          "occupiedSlots: 127 are not equal",
+                          slotTable, TestSupport::wordOf(files.slots, 576)));
+    EXPECT_TRUE(files.critical());
     files.headerIs(kRuntime, 0);
     files.headerIs(kFreeHead, 128);
-    EXPECT_EQ(
-        raisedBy<CorruptionDetectedException>([&] { writer->directWrite(Shape::value(200, 1)); }),
-        "SlotWriterTable::Slots Vesk/SlotWriter.operator[] out-of-range index: 128 max:127");
-    EXPECT_TRUE(critical());
+    EXPECT_EQ(corruption([this] { writer->directWrite(Shape::value(200, 1)); }),
+              "SlotWriterTable::Slots Vesk/SlotWriter.operator[] out-of-range index: 128 max:127");
+    EXPECT_TRUE(files.critical());
 }
 
-TEST_F(Operations, AFullFixedTableChangesNothing) {
-    open(fixedTable(10));
+TEST_F(Operations, AFullFixedTableSaysSoAndGoesOn) {
+    open(TestSupport::fixedTable(10));
     fill(10);
-    const TableFiles::Image before = files.image();
-    const std::string text = "SlotWriterTable Vesk/SlotWriter.alloc Vesk table full (occupancy:10 "
-                             "tableSize:10) " +
-                             files.folder;
     for (int round = 0; round < 2; ++round) { // the flag must not stay set
-        EXPECT_EQ(
-            raisedBy<Vesk::TableFullException>([&] { writer->write(Shape::value(50, 1), true); }),
-            text);
-        EXPECT_EQ(
-            raisedBy<Vesk::TableFullException>([&] { writer->directWrite(Shape::value(50, 1)); }),
-            text);
-        EXPECT_EQ(files.image(), before);
+        EXPECT_EQ(raisedBy<Vesk::TableFullException>(
+                      [this] { writer->write(Shape::value(50, 1), true); }),
+                  slotTable + "alloc Vesk table full (occupancy:10 tableSize:10) " + files.folder);
     }
-    writer->write(Shape::value(3, 77), true);
-    Writer::Value value;
     EXPECT_TRUE(writer->remove(Shape::key(4), value));
     EXPECT_NE(writer->write(Shape::value(50, 1), true), nullptr);
-    EXPECT_TRUE(writer->validate());
 }
 
 TEST_F(Operations, AProcessorWithoutTheNeededSupport) {
     Mem::Atomics::cpuSupportIs(false);
     EXPECT_EQ(opening(), "VeskWriter Vesk/VeskWriter.initialize Hardware does not support Atomics");
     EXPECT_FALSE(std::filesystem::exists(files.slots));
-    EXPECT_EQ(raisedBy<InvalidInitializeException>([&] { open(Vesk::MapDescriptor(10)); }),
-              "nothing");
+    EXPECT_NO_THROW(open(Vesk::MapDescriptor(10)));
     Mem::Atomics::cpuSupportIs(true);
 }
 
-TEST_F(Operations, FilesThatCannotBeAttached) {
-    std::filesystem::create_directories(files.slots);
-    EXPECT_EQ(opening(), "SlotWriterTable Vesk/SlotWriter.attach cannot attach to shmem " +
-                             files.slots + " size:3696: open: Is a directory");
-    std::filesystem::remove(files.slots);
-    std::filesystem::create_symlink("elsewhere", files.buckets);
-    EXPECT_EQ(opening(), "BucketWriter VeskCore/BucketWriter.attach cannot attach to shmem " +
-                             files.buckets + " size:40: open: Too many levels of symbolic links");
-    EXPECT_FALSE(std::filesystem::exists(files.folder + "/elsewhere"));
-    std::filesystem::remove(files.buckets);
-    std::filesystem::create_directories(files.ravo);
-    EXPECT_EQ(opening(),
-              "RavoFile SharedMem/RavoFile.write cannot write " + files.ravo + ": Is a directory");
-    EXPECT_EQ(opening("t/../u"),
-              "OruRootPath Mem/RootPath.OruRootPath bad table name \"t/../u\": empty, \".\" and "
-              "\"..\" components are not allowed");
-    std::ofstream(root.path() + "/file") << "x";
-    EXPECT_EQ(opening("file"), "OruRootPath Mem/RootPath.OruRootPath cannot create folder " +
-                                   root.path() + "/file: Not a directory");
-}
-
 TEST_F(Operations, FilesThatWereTakenAwayAreMissed) {
-    open(growingTable());
+    open();
     const std::string marker = files.folder + "/corruption-detected";
-    const auto mark = [&] { std::ofstream(marker) << "x"; };
     const auto check = [this] {
-        return raisedBy<CorruptionDetectedException>(
-            [this] { EXPECT_TRUE(writer->validateFiles()); });
+        return corruption([this] { EXPECT_TRUE(writer->validateFiles()); });
     };
-    mark();
+    std::ofstream(marker) << "x";
     EXPECT_EQ(check(), "nothing");
     EXPECT_FALSE(std::filesystem::exists(marker));
-    mark();
+    std::ofstream(marker) << "x";
     const std::string head = "Util Vesk/Util.validateFile ";
     for (const std::string& path : {files.slots, files.buckets}) {
         const auto size = std::filesystem::file_size(path);
@@ -257,15 +155,15 @@ TEST_F(Operations, FilesThatWereTakenAwayAreMissed) {
 
 TEST_F(Operations, ALocalWritersCleanupTakesAllFilesOrNone) {
     // Less would cost the table of that name its entries when its writer starts again.
-    open(growingTable());
-    openWriter<Shape>("t", Vesk::MapDescriptor(10))->cleanup();
+    open();
+    TestSupport::openWriter<Shape>("t", Vesk::MapDescriptor(10))->cleanup();
     const bool kept = std::filesystem::exists(files.slots);
     EXPECT_EQ(std::filesystem::exists(files.buckets), kept);
     EXPECT_EQ(std::filesystem::exists(files.ravo), kept);
 }
 
 TEST_F(Operations, DamageWhileTheTableIsFormattedAnew) {
-    open(growingTable());
+    open();
     writer.reset();
     files.headerIs(kNumSlots, 0);
     int attached = 0;

@@ -1,88 +1,36 @@
 #pragma once
 
-// The files of a table as bytes at documented offsets, to be read and to be damaged, and what the
-// table says to it.
+// A table whose files are damaged under the hands of its writer, and what the table says to it.
 
-#include "Environment.h"
+#include "engine/Support.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace ErrorsTest {
 
-/// Offsets in the slot file's header, in a slot, and in the bucket file's header.
-enum HeaderWord : std::uint64_t {
+using TestSupport::TraceCapture;
+
+/// Offsets in the slot file's header, and in a slot.
+enum Word : std::uint64_t {
     kRavoId = 16,
     kRuntime = 548,
     kOccupiedSlots = 556,
     kFreeHead = 560,
     kHighWater = 564,
-    kHashSeed = 568,
-    kNumSlots = 580
-};
-enum SlotWord : std::uint64_t {
+    kNumSlots = 580,
     kNext = 4,
     kSequence = 8,
     kRhash = 12,
     kValue = 16
 };
-enum BucketWord : std::uint64_t {
-    kBucketRavoId = 4,
-    kNumBuckets = 20
-};
 
 constexpr std::uint32_t kEnd = 0xFFFFFFFFU;
 constexpr std::uint32_t kBucketBit = 0x80000000U;
 constexpr std::uint32_t kCritical = 0x00010000U; ///< in the word `kRuntime`
-
-/// A table's files, which a writer may have mapped meanwhile.
-class TableFiles {
-  public:
-    TableFiles(std::string folder, std::uint32_t valueSize);
-
-    const std::string folder;
-    const std::string slots;
-    const std::string buckets;
-    const std::string ravo;
-
-    std::uint32_t header(HeaderWord at) const { return TestSupport::wordOf(slots, at); }
-    void headerIs(std::uint64_t at, std::uint32_t word) { TestSupport::patchWord(slots, at, word); }
-    std::uint32_t slot(std::uint32_t i, SlotWord at) const;
-    void slotIs(std::uint32_t i, SlotWord at, std::uint32_t word);
-    std::uint32_t bucket(std::uint32_t b) const { return TestSupport::wordOf(buckets, 28 + 8 * b); }
-    void bucketIs(std::uint32_t b, std::uint32_t next) {
-        TestSupport::patchWord(buckets, 28 + 8 * b, next);
-    }
-    std::uint32_t numBuckets() const { return TestSupport::wordOf(buckets, kNumBuckets); }
-    std::uint32_t numSlots() const { return header(kNumSlots); }
-
-    /// The slots of a sound bucket's chain, and of the free list.
-    std::vector<std::uint32_t> chain(std::uint32_t b) const { return listFrom(bucket(b)); }
-    std::vector<std::uint32_t> freeList() const { return listFrom(header(kFreeHead)); }
-    /// A bucket but the last one, with that many slots or more; 0 asks for an empty one.
-    std::uint32_t bucketWith(std::size_t length) const;
-    /// A slot of another bucket than that one.
-    std::uint32_t slotOutside(std::uint32_t bucket) const;
-    std::vector<std::uint32_t> valueOf(std::uint32_t slot) const;
-    /// Where a slot begins in the slot file.
-    std::uint64_t offsetOf(std::uint32_t i) const { return 600 + std::uint64_t{1 + i} * slotSize_; }
-
-    struct Image {
-        std::vector<unsigned char> slots, buckets, ravo;
-        friend bool operator==(const Image&, const Image&) = default;
-    };
-    Image image() const;
-    /// Puts the bytes back, sizes included.
-    void imageIs(const Image& image);
-
-  private:
-    std::vector<std::uint32_t> listFrom(std::uint32_t next) const;
-
-    std::uint32_t slotSize_;
-};
 
 /// "Class Source.operation text" of a tag and a message.
 std::string said(const Pello::SourceTag& tag, const std::string& text);
@@ -105,7 +53,7 @@ std::string raisedBy(const std::function<void()>& call) {
 std::string fatalOf(const std::function<void()>& body);
 
 /// The captured lines as "level Class Source.operation text".
-std::vector<std::string> traced(const TestSupport::TraceCapture& capture);
+std::vector<std::string> traced(const TraceCapture& capture);
 
 inline bool has(const std::vector<std::string>& lines, const std::string& line) {
     return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -118,6 +66,83 @@ class TraceHook {
     ~TraceHook();
     TraceHook(const TraceHook&) = delete;
     TraceHook& operator=(const TraceHook&) = delete;
+};
+
+/// A table's files, which a writer may have mapped meanwhile.
+struct TableFiles {
+    explicit TableFiles(const std::string& theFolder)
+        : folder(theFolder) {}
+
+    std::uint32_t header(Word at) const { return TestSupport::wordOf(slots, at); }
+    void headerIs(Word at, std::uint32_t word) const { TestSupport::patchWord(slots, at, word); }
+    bool critical() const { return (header(kRuntime) & kCritical) != 0; }
+
+    /// The bytes of the three files; `imageIs` puts them back, sizes included.
+    using Image = std::array<std::vector<unsigned char>, 3>;
+    Image image() const;
+    void imageIs(const Image& image) const;
+
+    const std::string folder;
+    const std::string slots = folder + "/slots";
+    const std::string buckets = folder + "/buckets";
+    const std::string ravo = folder + "/ravo";
+};
+
+/// A table and its writer.
+template <class TheShape>
+struct Table : testing::Test {
+    using Shape = TheShape;
+    using Value = EngineTest::ValueOf<Shape>;
+
+    void open(const Vesk::MapDescriptor& descriptor = TestSupport::growingTable()) {
+        writer.reset();
+        writer = TestSupport::openWriter<Shape>("t", descriptor);
+    }
+    void fill(std::uint32_t entries) {
+        for (std::uint32_t i = 0; i < entries; ++i) {
+            writer->write(Shape::value(i, i), true);
+        }
+    }
+    std::string opening() {
+        return raisedBy<Pello::InvalidInitializeException>([this] { open(); });
+    }
+
+    EngineTest::RawTable raw() const { return EngineTest::rawTableOf<Shape>(*writer); }
+    std::vector<std::uint32_t> chain(std::uint32_t bucket) const {
+        return raw().chainFrom(raw().nextOfBucket(bucket));
+    }
+    /// A bucket but the last one, with that many slots or more; 0 asks for an empty one.
+    std::uint32_t bucketWith(std::size_t length) const {
+        std::uint32_t bucket = 0;
+        while (length == 0 ? !chain(bucket).empty() : chain(bucket).size() < length) {
+            if (++bucket + 1 == raw().numBuckets()) throw std::runtime_error("no such chain");
+        }
+        return bucket;
+    }
+    std::uint32_t slotWord(std::uint32_t i, Word at) const {
+        return TestSupport::wordOf(files.slots, raw().slotAt(i) + at);
+    }
+    void slotIs(std::uint32_t i, Word at, std::uint32_t word) const {
+        TestSupport::patchWord(files.slots, raw().slotAt(i) + at, word);
+    }
+    void bucketIs(std::uint32_t bucket, std::uint32_t next) const {
+        TestSupport::patchWord(files.buckets, 28 + 8 * bucket, next);
+    }
+    /// The words of the value in a slot of another bucket than that one.
+    std::vector<std::uint32_t> foreignValue(std::uint32_t bucket) const {
+        do {
+            bucket = (bucket + 1) % raw().numBuckets();
+        } while (chain(bucket).empty());
+        std::vector<std::uint32_t> words(sizeof(typename Shape::V) / 4);
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            words[i] = slotWord(chain(bucket)[0], static_cast<Word>(kValue + 4 * i));
+        }
+        return words;
+    }
+
+    TestSupport::TempRoot root;
+    const TableFiles files{root.path() + "/t"};
+    std::unique_ptr<TestSupport::WriterOf<Shape>> writer;
 };
 
 } // namespace ErrorsTest

@@ -3,41 +3,19 @@
 #include "SharedMem/RavoFile.h"
 #include "TableFiles.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
-#include <map>
 #include <sstream>
 
 namespace ErrorsTest {
 namespace {
 
-using Shape = TestSupport::ErrorShape;
-using TestSupport::TraceCapture;
-
-struct Traces : testing::Test {
-    Traces() { open(); }
-
-    void open() {
-        writer.reset();
-        Vesk::MapDescriptor descriptor = TestSupport::growingTable(130);
-        descriptor.shrinkBuckets = true;
+struct Traces : Table<TestSupport::ErrorShape> {
+    Traces() {
+        descriptor.size = 130;
         descriptor.shrinkSlots = true;
-        writer = TestSupport::openWriter<Shape>("t", descriptor);
+        open(descriptor);
     }
-    void write(const Shape::Key& key, std::uint32_t count) {
-        writer->write(Shape::V(key, count), true);
-    }
-    /// The n-th key of a bucket of two, in the order of iteration.
-    Shape::Key key(std::uint32_t bucket, std::size_t n) const {
-        std::vector<std::pair<std::uint32_t, std::uint32_t>> order;
-        for (std::uint32_t number = 0; number < Shape::keys; ++number) {
-            const std::uint32_t hash = Shape::key(number).hash(files.header(kHashSeed));
-            if (hash % 2 == bucket) order.emplace_back(Vesk::reverseBits(hash), number);
-        }
-        std::sort(order.begin(), order.end());
-        return Shape::key(order.at(n).second);
-    }
+
     /// Expects the lines of a script to have been traced since the last call. Each is the level,
     /// the first letter of the class, the operation and the text; "*" ends one of which only the
     /// beginning is known.
@@ -45,6 +23,7 @@ struct Traces : testing::Test {
     void expect(const char* script, const Args&... args) {
         const std::map<char, const char*> classes{{'W', "VeskWriter Vesk/VeskWriter"},
                                                   {'S', "SlotWriterTable Vesk/SlotWriter"},
+                                                  {'T', "SlotTable Vesk/SlotTable"},
                                                   {'M', "WriterHashMap VeskCore/WriterHashMap"},
                                                   {'V', "Validator Vesk/Validator"}};
         const std::vector<std::string> lines = traced(capture);
@@ -59,10 +38,10 @@ struct Traces : testing::Test {
         capture.clear();
     }
 
-    TestSupport::TempRoot root;
-    TableFiles files{root.path() + "/t", sizeof(Shape::V)};
+    Vesk::MapDescriptor descriptor = EngineTest::shrinkingTable();
     TraceCapture capture{0xFFFF};
-    std::unique_ptr<TestSupport::WriterOf<Shape>> writer;
+    Value value;
+    Vesk::IterHint hint;
 };
 
 TEST_F(Traces, OfTheFiles) {
@@ -102,7 +81,6 @@ TEST_F(Traces, OfTheFiles) {
               5 S.shrinkThreshold shrinkThreshold_:128
               {})",
            moved ? "5 S.resize remap base address changed from 0x*" : "", folder);
-    Shape::Ops::Value value;
     for (std::uint32_t i = 0; i < 193; ++i) {
         EXPECT_EQ(writer->buckets(), 256U);
         writer->remove(Shape::key(i), value);
@@ -110,7 +88,7 @@ TEST_F(Traces, OfTheFiles) {
     writer->mountStatus();
     expect(R"(2 M.shrinkBuckets shrunk from:256 to:128 shrinkBuckets_:true time:*
               5 W.mountStatus 1)");
-    open();
+    open(descriptor);
     EXPECT_TRUE(has(traced(capture), "5 SlotTable Vesk/SlotTable.detach "));
     expect(R"(5 W.detach localMem_:false rootPath:{folder}
               5 S.detach *
@@ -130,15 +108,14 @@ TEST_F(Traces, OfTheFiles) {
     expect(R"(0 S.validate bad critical section runtimeFlags:1
               0 V.validate Vesk {folder} validation failed: bad critical section runtimeFlags:1)",
            folder);
-    open();
+    open(descriptor);
     EXPECT_TRUE(has(traced(capture), "0 VeskWriter Vesk/VeskWriter.attachAndValidate " + dump));
     expect(R"(0 W.attachAndValidate failed to validate existing files
               1 W.attachAndValidate all entries from {folder} will be lost
               1 S.attach re-formatted {slots}
               1 W.attachAndValidate re-formatted successfully)",
            folder, slots);
-    writer.reset();
-    writer = TestSupport::openWriter<Shape>("t", TestSupport::fixedTable(50));
+    open(TestSupport::fixedTable(50));
     writer->cleanup();
     expect(R"(1 S.attach wanted capacity:50 for fixed-size table, but existing file has capacity:128
               0 W.attachAndValidate failed to attach to existing files
@@ -150,16 +127,22 @@ TEST_F(Traces, OfTheFiles) {
 }
 
 TEST_F(Traces, OfTheEntries) {
-    const Shape::Key keys[] = {key(0, 0), key(0, 1), key(1, 0)};
-    const auto& [keyA, keyB, keyC] = keys;
+    // In the order of iteration, of which the second half is in the last of two buckets.
+    std::vector<EngineTest::PlaceOf<Shape>> order;
+    for (std::uint32_t number = 0; number < Shape::keys; ++number) {
+        order.push_back(EngineTest::placeOf<Shape>(Shape::key(number), writer->hashSeed()));
+    }
+    std::sort(order.begin(), order.end());
+    const auto& [keyA, keyB, keyC] = std::tie(order[0].second, order[1].second, order[255].second);
+    const auto write = [this](const Shape::Key& key, std::uint32_t count) {
+        writer->write(Shape::V(key, count), true);
+    };
     const auto a = fmt::arg("a", keyA);
     const auto b = fmt::arg("b", keyB);
     const auto c = fmt::arg("c", keyC);
     const std::uint32_t toBucket1 = kBucketBit | 1;
     const auto bucket1 = fmt::arg("bucket1", toBucket1);
-    const std::string textB = fmt::format("{}", Shape::Ops::Value(Shape::V(keyB, 2)));
-    Shape::Ops::Value value;
-    Vesk::IterHint hint;
+    const std::string textB = fmt::format("{}", Value(Shape::V(keyB, 2)));
     write(keyC, 1); // slot 0, in the last bucket
     writer->first(value, hint);
     EXPECT_FALSE(writer->next(keyC, value, hint));
@@ -204,11 +187,11 @@ TEST_F(Traces, OfTheEntries) {
               9 M.next {b} next bucket 1
               8 M.next {c} failed)",
            textB, a, b, c, bucket1);
-    files.slotIs(1, kSequence, 4);
+    slotIs(1, kSequence, 4);
     EXPECT_THROW(writer->next(keyA, value, hint = atA), Pello::CorruptionDetectedException);
     expect("5 M.next saw exception in fast path: slotId: 1 not marked as occupied. This might be "
            "okay, dropping to slow path to find out");
-    files.slotIs(1, kSequence, 5);
+    slotIs(1, kSequence, 5);
 
     writer->directWrite(Shape::V(keyA, 3));
     writer->directCommit();
@@ -222,7 +205,7 @@ TEST_F(Traces, OfTheEntries) {
               2 M.growBuckets growing from: 2 to: 4
               9 W.remove {c} bucket:{0} slot:2
               9 W.remove {c} bucket:{0} not found)",
-           keyC.hash(files.header(kHashSeed)) % 4, a, c);
+           keyC.hash(writer->hashSeed()) % 4, a, c);
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 #pragma once
 
-// Exhausted memory for files, for real: a file system of a few pages, and a limit of file sizes.
+// Exhausted memory for files, for real: a file system of a few pages.
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -11,7 +10,6 @@
 #include <stdexcept>
 #include <string>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -58,27 +56,6 @@ class SmallFileSystem {
 
     std::string path_;
     std::string problem_;
-};
-
-/// While it lives, no file of this process grows beyond that many bytes.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes)
-        : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw std::runtime_error("setrlimit");
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-  private:
-    rlimit before_{};
-    void (*handler_)(int);
 };
 
 } // namespace TestSupport

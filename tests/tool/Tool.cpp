@@ -52,34 +52,33 @@ Outcome tool(const std::vector<std::string>& arguments, const std::vector<int>& 
             contentOf(errFd)};
 }
 
-Figures::Figures(const json& report) {
+Figures figuresOf(const json& report) {
+    const auto text = [](const json& row, const char* name) {
+        return row.at(name).get<std::string>();
+    };
+    Figures figures;
     for (const json& row : report.at("messages")) {
-        messages[{row.at("interface"), row.at("direction"), row.at("family"), row.at("type")}] +=
-            row.at("count").get<std::uint64_t>();
+        figures[text(row, "interface") + " " + text(row, "direction") + " " + text(row, "family") +
+                " " + text(row, "type")] += row.at("count").get<std::uint64_t>();
     }
     for (const json& row : report.at("errors")) {
-        errors[{row.at("direction"), row.at("error")}] += row.at("count").get<std::uint64_t>();
+        figures[text(row, "error") + " " + text(row, "direction")] +=
+            row.at("count").get<std::uint64_t>();
     }
-}
-
-Figures Figures::times(std::uint64_t n) const {
-    Figures product = *this;
-    for (auto& [row, count] : product.messages) {
-        count *= n;
-    }
-    for (auto& [row, count] : product.errors) {
-        count *= n;
-    }
-    return product;
-}
-
-void PrintTo(const Figures& figures, std::ostream* out) {
-    *out << testing::PrintToString(figures.messages) << testing::PrintToString(figures.errors);
+    return figures;
 }
 
 json sampleReport() {
     std::ifstream in(RSVPVESK_SAMPLES "/two-links.expected.json");
     return json::parse(in);
+}
+
+Figures sampleFigures(std::uint64_t times) {
+    Figures figures = figuresOf(sampleReport());
+    for (auto& [row, count] : figures) {
+        count *= times;
+    }
+    return figures;
 }
 
 Outcome Tool::agent(std::vector<std::string> more, const std::vector<int>& closed,
@@ -92,7 +91,7 @@ Figures Tool::held() const {
     const Outcome run = agent({"--json", "--pcap", write("none.pcap", sample(24))});
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(run.err, "");
-    return Figures(json::parse(run.out));
+    return figuresOf(json::parse(run.out));
 }
 
 std::string Tool::write(const std::string& name, const std::string& bytes) const {

@@ -9,7 +9,6 @@
 
 #include <map>
 #include <string>
-#include <tuple>
 #include <vector>
 
 namespace ToolTest {
@@ -27,21 +26,14 @@ struct Outcome {
 Outcome tool(const std::vector<std::string>& arguments, const std::vector<int>& closed = {},
              const char* out = nullptr);
 
-/// What a report says, row by row: {interface, direction, family, type} and {direction, error}.
-struct Figures {
-    std::map<std::tuple<std::string, std::string, std::string, std::string>, std::uint64_t>
-        messages;
-    std::map<std::tuple<std::string, std::string>, std::uint64_t> errors;
-
-    explicit Figures(const json& report);
-    Figures() = default;
-    Figures times(std::uint64_t n) const;
-    friend bool operator==(const Figures&, const Figures&) = default;
-};
-void PrintTo(const Figures& figures, std::ostream* out);
+/// What a report counts, by "interface direction family type" and by "error direction".
+using Figures = std::map<std::string, std::uint64_t>;
+Figures figuresOf(const json& report);
 
 inline const std::string kSample = RSVPVESK_SAMPLES "/two-links.pcap";
 json sampleReport();
+/// The figures of the sample, read that many times.
+Figures sampleFigures(std::uint64_t times = 1);
 
 struct Tool : testing::Test {
     /// The agent with the sample's own address, below the root of this test.
