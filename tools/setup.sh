@@ -4,7 +4,7 @@
 readonly PROJECT_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 readonly BUILD_PACKAGES="g++ cmake ninja-build pkg-config python3 libfmt-dev libcli11-dev
-    nlohmann-json3-dev libpcap-dev"
+    nlohmann-json3-dev libpcap-dev libsystemd-dev"
 readonly TEST_PACKAGES="libgtest-dev libgmock-dev"
 readonly BENCH_PACKAGES="libbenchmark-dev libabsl-dev"
 readonly CHECK_PACKAGES="clang-format clang-tidy"
