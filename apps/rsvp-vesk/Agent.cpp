@@ -4,6 +4,7 @@
 #include "ExitCode.h"
 #include "InterfaceMap.h"
 #include "Report.h"
+#include "StopSignal.h"
 
 #include "Mem/RootPath.h"
 #include "packets/CaptureFile.h"
@@ -88,9 +89,12 @@ void countFrame(FrameCounts& frames, Packets::Outcome outcome) {
     }
 }
 
-void countCapture(Packets::CaptureFile& capture, Counter& counter, FrameCounts& frames) {
+void countCapture(Packets::CaptureFile& capture, Counter& counter, FrameCounts& frames,
+                  StopSignal& stop) {
+    constexpr std::uint64_t kFramesBetweenLooks = 256;
     Packets::CaptureRecord record;
-    while (capture.next(record)) {
+    while ((frames.frames % kFramesBetweenLooks != 0 || !stop.requested()) &&
+           capture.next(record)) {
         countFrame(frames, Packets::decodeFrame(capture.linkType(), record.frame, counter));
     }
 }
@@ -126,19 +130,22 @@ int runAgent(const AgentOptions& options) {
         return exitFailed;
     }
     try {
+        StopSignal stop;
         InterfaceMap interfaces(Mem::RootPath::base());
-        AgentTables tables;
+        AgentTables tables(options.fresh);
         Counter counter(tables, locals);
         FrameCounts frames;
         for (Packets::CaptureFile& capture : captures) {
+            if (stop.requested()) break;
             counter.interfaceIs(interfaces.idOf(capture.interfaceName()));
             try {
-                countCapture(capture, counter, frames);
+                countCapture(capture, counter, frames, stop);
             } catch (const Packets::InputError& e) {
                 complain(e.what());
                 code = exitFailed;
             }
         }
+        if (options.stay) stop.wait();
         if (options.json) {
             reportJson(std::cout, tables, interfaces, frames);
         } else {

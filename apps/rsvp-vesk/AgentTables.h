@@ -1,6 +1,8 @@
 #pragma once
 
-#include "Rsvp/CounterTables.h"
+#include "MoxVesk/MountInfo.h"
+#include "Rsvp/ErrorCounterColl.h"
+#include "Rsvp/MessageCounterColl.h"
 #include "Rsvp/RsvpErrorType.h"
 #include "Rsvp/RsvpMsgType.h"
 #include "Wirra/AddressFamily.h"
@@ -16,12 +18,16 @@ enum class Direction : std::uint8_t {
     tx = 1
 };
 
-/// The tables that the agent counts in, opened for writing below the base of all root paths.
+/// The collections that the agent counts in, mounted for writing below the base of all root paths.
 /// Counts go on from what the files hold.
 class AgentTables {
   public:
-    /// Throws what initialising a writer throws; tables that were opened before are closed again.
-    AgentTables();
+    /// With `fresh` what the files hold is removed first. Throws what initialising a writer
+    /// throws; tables that were opened before are closed again.
+    explicit AgentTables(bool fresh);
+    ~AgentTables();
+    AgentTables(const AgentTables&) = delete;
+    AgentTables& operator=(const AgentTables&) = delete;
 
     void countMessage(const Wirra::IntfId& interface, Direction direction,
                       Wirra::AddressFamily family, Rsvp::RsvpMsgType type);
@@ -48,16 +54,7 @@ class AgentTables {
     std::vector<std::string> folders() const;
 
   private:
-    struct MessageTable {
-        Direction direction;
-        Wirra::AddressFamily family;
-        std::unique_ptr<Rsvp::Vesk::MessageCounterWriter> writer;
-    };
-    struct ErrorTable {
-        Direction direction;
-        std::unique_ptr<Rsvp::Vesk::ErrorCounterWriter> writer;
-    };
-
-    std::vector<MessageTable> messageTables_;
-    std::vector<ErrorTable> errorTables_;
+    MoxVesk::Mounter mounter_;
+    Mox::Ptr<Rsvp::Vesk::MessageCounterColl> messages_;
+    Mox::Ptr<Rsvp::Vesk::ErrorCounterColl> errors_;
 };

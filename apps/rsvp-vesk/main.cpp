@@ -3,6 +3,7 @@
 
 #include "Agent.h"
 #include "ExitCode.h"
+#include "Inspect.h"
 
 #include "Mem/RootPath.h"
 #include "Pello/Debug.h"
@@ -59,8 +60,13 @@ int run(int argc, char** argv) {
                "      count two captures of the node 192.0.2.1 and print JSON\n"
                "  rsvp-vesk agent --pcap trace.pcap --trace '*=1,2'\n"
                "      show how the tables are attached and how they grow\n"
+               "  rsvp-vesk inspect mpls/rsvp/errorCounters/rxErrorCount\n"
+               "      headers, owner, fill and soundness of a table\n"
+               "  rsvp-vesk clean\n"
+               "      remove what a writer that is gone has left\n"
                "\n"
-               "Exit codes: 0 done, 1 it failed and said why, 2 wrong usage, 4 corruption found.");
+               "Exit codes: 0 done, 1 it failed and said why, 2 wrong usage, 3 no such table, "
+               "4 corruption found.");
     app.require_subcommand(1);
 
     std::string root = Mem::RootPath::base();
@@ -86,6 +92,23 @@ int run(int argc, char** argv) {
                      "(repeatable); what comes from it was sent, all else received")
         ->allow_extra_args(false)
         ->type_name("ADDR");
+    agent->add_flag("--fresh", agentOptions.fresh, "Remove what the tables hold first");
+    agent->add_flag("--stay", agentOptions.stay,
+                    "Stay the tables' writer after the last capture, until SIGTERM or SIGINT");
+
+    TableOptions tableOptions;
+    const auto tableCommand = [&](const char* name, const char* what) {
+        CLI::App* const command = app.add_subcommand(name, what);
+        command->fallthrough();
+        command->add_option("TABLE", tableOptions.tables,
+                            "Name below the root, such as mpls/rsvp/errorCounters/rxErrorCount; "
+                            "all tables when none is given");
+        return command;
+    };
+    const CLI::App* const inspect = tableCommand(
+        "inspect", "Show what the files of tables say, and check them without changing a byte");
+    const CLI::App* const clean =
+        tableCommand("clean", "Remove the files of tables whose writer is gone");
 
     try {
         app.parse(argc, argv);
@@ -100,6 +123,9 @@ int run(int argc, char** argv) {
         return exitUsage;
     }
     Mem::RootPath::baseIs(std::filesystem::absolute(root).lexically_normal().string());
+    tableOptions.json = agentOptions.json;
+    if (inspect->parsed()) return runInspect(tableOptions);
+    if (clean->parsed()) return runClean(tableOptions);
     return runAgent(agentOptions);
 }
 

@@ -1,5 +1,6 @@
 #include "Mem/Mapping.h"
 
+#include "Mem/OwnFile.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -30,6 +31,13 @@ void adviseDump(std::byte* base, std::uint64_t size, bool dumped) {
 
 } // namespace
 
+bool Mapping::load(std::span<const std::byte> image, std::uint64_t size) {
+    detach();
+    if (!attachAs(std::max<std::uint64_t>(image.size(), size))) return false;
+    if (!image.empty()) std::memcpy(base_, image.data(), image.size());
+    return true;
+}
+
 void Mapping::removeFile() const { unlink(name_.c_str()); }
 
 Shared::Shared(const OruRootPath& rootPath, const Pello::String& fileName)
@@ -42,40 +50,11 @@ bool Shared::fail(const char* what, int errorNumber) {
     return false;
 }
 
-namespace {
-
-/// Opens like `open`, but never as one of the standard streams: in a process that was started with
-/// those closed, whoever prints would print into a table.
-int openAboveStreams(const char* path, int flags, mode_t mode) {
-    constexpr int kFirstFree = 3;
-    const int fd = open(path, flags, mode);
-    if (fd < 0 || fd >= kFirstFree) return fd;
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, kFirstFree);
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return moved;
-}
-
-} // namespace
-
 bool Shared::openFile(bool& created) {
-    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
-    created = false;
-    fd_ = openAboveStreams(name_.c_str(), kFlags, 0);
-    if (fd_ < 0 && errno == ENOENT) {
-        fd_ = openAboveStreams(name_.c_str(), kFlags | O_CREAT | O_EXCL, kFileMode);
-        created = fd_ >= 0;
-    }
-    if (fd_ < 0) return fail("open", errno);
-    if (created && fchmod(fd_, kFileMode) != 0) return fail("fchmod", errno);
-    struct stat status {};
-    if (fstat(fd_, &status) != 0) return fail("fstat", errno);
-    if (!S_ISREG(status.st_mode)) {
-        error_ = "not a regular file";
-        return false;
-    }
-    return true;
+    OwnFile file = OwnFile::open(name_, OwnFile::Absent::isMade, error_);
+    created = file.created();
+    fd_ = file.release();
+    return fd_ >= 0;
 }
 
 bool Shared::reserve(std::uint64_t from, std::uint64_t to) {

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <sys/types.h>
 
 namespace Mem {
@@ -36,6 +37,9 @@ class Mapping {
 
     /// Bytes that an `attachAs` would find now; 0 when there is nothing.
     virtual std::uint64_t existingSize() const = 0;
+    /// Attaches as large as an image, at least `size`, and takes its bytes over. For memory that no
+    /// other process sees. On failure false, with nothing attached.
+    bool load(std::span<const std::byte> image, std::uint64_t size);
     /// Removes the file that `name()` leads to, which for process memory is that of its namesake in
     /// shared memory. The mapping itself stays usable.
     void removeFile() const;

@@ -97,15 +97,29 @@ OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pel
 }
 
 void OruRootPath::makeFolder() const {
+    const Pello::SourceTag tag("OruRootPath", "Mem/RootPath", "OruRootPath");
     if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
-        Pello::raise<Pello::InvalidInitializeException>(
-            {"OruRootPath", "Mem/RootPath", "OruRootPath"}, "{}", problem);
+        Pello::raise<Pello::InvalidInitializeException>(tag, "{}", problem);
+    }
+    for (Pello::String folder = path_; folder.size() > base_.size(); folder = parentOf(folder)) {
+        struct stat status {};
+        if (lstat(folder.c_str(), &status) != 0) continue;
+        if (!S_ISDIR(status.st_mode)) {
+            Pello::raise<Pello::InvalidInitializeException>(
+                tag, "cannot use folder {}: a symbolic link", folder);
+        }
+        if (status.st_uid != geteuid()) {
+            Pello::raise<Pello::InvalidInitializeException>(
+                tag, "cannot use folder {}: belongs to user {}", folder, status.st_uid);
+        }
     }
 }
 
 bool OruRootPath::hasFile(const Pello::String& fileName) const {
     return access(filePath(fileName).c_str(), F_OK) == 0;
 }
+
+bool OruRootPath::exists() const { return access(path_.c_str(), F_OK) == 0; }
 
 void OruRootPath::removeFile(const Pello::String& fileName) const {
     unlink(filePath(fileName).c_str());

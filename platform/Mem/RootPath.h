@@ -42,6 +42,7 @@ class OruRootPath {
     /// `InvalidInitializeException` when that fails.
     void makeFolder() const;
 
+    bool exists() const;
     bool hasFile(const Pello::String& fileName) const;
 
     /// Removes a file of the folder. Its absence is no error.

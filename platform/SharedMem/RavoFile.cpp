@@ -1,5 +1,7 @@
 #include "SharedMem/RavoFile.h"
 
+#include "Mem/OwnFile.h"
+
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -14,7 +16,6 @@ namespace {
 constexpr std::uint32_t kMagic = 0x4F564152; // "RAVO"
 constexpr std::uint32_t kFormat = 1;
 constexpr std::size_t kFileSize = 4096;
-constexpr mode_t kFileMode = 0644;
 
 using Record = std::array<std::uint32_t, 4>;
 
@@ -57,15 +58,16 @@ void RavoFile::write(RavoId id) {
     std::array<char, kFileSize> image{};
     const Record record{kMagic, id.word(), ~id.word(), kFormat};
     std::memcpy(image.data(), record.data(), sizeof record);
+    Pello::String error;
+    const Mem::OwnFile file = Mem::OwnFile::open(path_, Mem::OwnFile::Absent::isMade, error);
     errno = 0; // a short write sets none
-    const File file(open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode));
-    const bool written =
-        file.fd >= 0 && fchmod(file.fd, kFileMode) == 0 &&
-        pwrite(file.fd, image.data(), image.size(), 0) == static_cast<ssize_t>(image.size());
-    if (!written) {
+    if (file.isOpen() &&
+        pwrite(file.fd(), image.data(), image.size(), 0) != static_cast<ssize_t>(image.size())) {
+        error = fmt::format("write: {}", std::strerror(errno != 0 ? errno : ENOSPC));
+    }
+    if (!error.empty()) {
         Pello::raise<Pello::InvalidInitializeException>({"RavoFile", "SharedMem/RavoFile", "write"},
-                                                        "cannot write {}: {}", path_,
-                                                        std::strerror(errno != 0 ? errno : ENOSPC));
+                                                        "cannot write {}: {}", path_, error);
     }
 }
 

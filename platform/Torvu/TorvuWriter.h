@@ -13,6 +13,7 @@
 #include "SharedMem/RavoId.h"
 #include "Vesk/Counters.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -33,6 +34,12 @@ class TorvuWriterNotifiee {
 struct BasicSlot {
     std::uint32_t slot;
 };
+
+/// A number that no other queue of this process has.
+inline std::uint32_t newTableId() {
+    static std::atomic<std::uint32_t> last{0};
+    return ++last;
+}
 
 template <class Entry, class Position>
 class TorvuWriter : public Pello::Debuggable {
@@ -61,17 +68,22 @@ class TorvuWriter : public Pello::Debuggable {
 
     /// The record of a slot's latest change.
     Position latest(std::uint32_t slot) const { return latest_.at(slot); }
-    bool hasRecord(std::uint32_t slot) const { return latest_.at(slot).sequence != 0; }
+    bool hasRecord(std::uint32_t slot) const {
+        return slot < latest_.size() && latest_[slot].sequence != 0;
+    }
 
     /// No reader can be registered, so none lags behind.
     bool quiesced() const { return true; }
     bool clientQuiesced(const Pello::String&) const { return false; }
 
     unsigned pruneMode() const { return pruneMode_; }
+    /// The table's number at the process's accept socket.
+    std::uint32_t tableId() const { return tableId_; }
 
   private:
     Vesk::Writer::Counters& counters_;
     unsigned pruneMode_;
+    std::uint32_t tableId_ = newTableId();
     std::vector<Position> latest_;
 };
 

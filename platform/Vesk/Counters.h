@@ -29,6 +29,8 @@ struct Counters {
     std::uint64_t slotsMappedSize = 0;
     std::uint64_t bucketsMappedSize = 0;
     std::uint64_t bucketResizes = 0;
+    /// Corrupt shared memory that the table's front has met.
+    std::uint64_t corruptions = 0;
 };
 
 } // namespace Vesk::Writer
@@ -38,6 +40,8 @@ namespace Vesk::Reader {
 /// What a reader has done since it attached.
 struct Counters {
     std::uint64_t lookups = 0;
+    /// Corrupt shared memory that the table's front has met.
+    std::uint64_t corruptions = 0;
 };
 
 } // namespace Vesk::Reader

@@ -80,12 +80,19 @@ struct MapDescriptor : Mem::CollectionDescriptor {
 } // namespace Vesk
 
 template <>
+struct fmt::formatter<Vesk::VeskType> : fmt::formatter<fmt::string_view> {
+    auto format(Vesk::VeskType type, fmt::format_context& context) const {
+        constexpr const char* names[] = {"writer", "shadow", "reader", "keyshadow"};
+        const auto number = static_cast<std::uint32_t>(type);
+        return fmt::formatter<fmt::string_view>::format(number < 4 ? names[number] : "?", context);
+    }
+};
+
+template <>
 struct fmt::formatter<Vesk::MapDescriptor> {
     static constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
     static auto format(const Vesk::MapDescriptor& d, fmt::format_context& context) {
-        constexpr const char* names[] = {"writer", "shadow", "reader", "keyshadow"};
-        const auto type = static_cast<std::uint32_t>(d.type);
-        return fmt::format_to(context.out(), "size:{} type:{} flags:{:#06x}", d.size,
-                              type < 4 ? names[type] : "?", d.flagWord());
+        return fmt::format_to(context.out(), "size:{} type:{} flags:{:#06x}", d.size, d.type,
+                              d.flagWord());
     }
 };

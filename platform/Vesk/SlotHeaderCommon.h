@@ -73,6 +73,7 @@ class SlotHeaderCommon {
                   std::uint64_t memSize, SharedMem::RavoId id, const SlotFileShape& shape,
                   Pello::String& error) const;
 
+    Pello::String typeName() const;
     Pello::String toString() const;
 
     SharedMem::RavoId ravoId() const { return SharedMem::RavoId(Mem::load(ravoId_)); }
@@ -114,8 +115,6 @@ class SlotHeaderCommon {
   private:
     static constexpr std::uint32_t kRuntimeShift = 16;
     static constexpr std::size_t kTypeNameBytes = 128;
-
-    Pello::String typeName() const;
 
     std::uint32_t magic_;
     std::uint32_t formatAndSize_; // format version in the low half, header size in the high half

@@ -68,6 +68,18 @@ unsigned BucketWriter<SlotLink>::attach(SharedMem::RavoId id) {
     return existed ? 4 : 1;
 }
 
+bool BucketWriter<SlotLink>::load(std::span<const std::byte> image, SharedMem::RavoId id,
+                                  Pello::String& error) {
+    detach();
+    if (!mapping_->load(image, fileSize(kInitialBuckets))) {
+        error = mapping_->error();
+        return false;
+    }
+    if (!validateText(id, error)) return false;
+    adopt();
+    return true;
+}
+
 void BucketWriter<SlotLink>::format(SharedMem::RavoId id) {
     // Two buckets in successor order: bucket 0, then bucket 1, then the end of the table.
     SlotLink* const words =

@@ -18,7 +18,9 @@
 #include "Vesk/SlotWords.h"
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace VeskCore {
 
@@ -57,6 +59,8 @@ class BucketWriter<Vesk::SlotLink> : public Pello::Debuggable {
     /// 1: a new file was made; 2: an existing one was taken over; 4: it had to be formatted anew.
     /// Throws `InvalidInitializeException` when the file cannot be mapped.
     unsigned attach(SharedMem::RavoId id);
+    /// Takes the image of a bucket file into process memory and checks it.
+    bool load(std::span<const std::byte> image, SharedMem::RavoId id, Pello::String& error);
     void detach();
 
     /// Makes room for `n` words, or truncates to them; the number in use is published apart, by

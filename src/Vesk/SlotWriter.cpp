@@ -73,6 +73,20 @@ unsigned SlotWriterBase::attach(SharedMem::RavoId id) {
     return result;
 }
 
+bool SlotWriterBase::load(std::span<const std::byte> image, SharedMem::RavoId id,
+                          Pello::String& error) {
+    detach();
+    if (!mapping().load(image, headerSize())) {
+        error = mapping().error();
+        return false;
+    }
+    header_ = &SlotHeaderCommon::at(mapping().base());
+    if (!validateHeader(image.size(), id, error)) return false;
+    hashSeed_ = header_->hashSeed();
+    numSlotsIs(header_->numSlots().value);
+    return true;
+}
+
 bool SlotWriterBase::takeOver(SharedMem::RavoId id) {
     const std::uint32_t numSlots = header_->numSlots().value;
     const bool wrongCapacity = options_.fixedSize && numSlots != minimumCapacity_;

@@ -53,6 +53,9 @@ class SlotWriterBase : public SlotTableBase {
     /// 1: a new file was formatted; 2: an existing one was taken over; 4: an existing one was
     /// formatted anew. Throws `InvalidInitializeException` or `MemoryResourceException`.
     unsigned attach(SharedMem::RavoId id);
+    /// Takes the image of a slot file into process memory and checks its header; when that is not
+    /// sound the table has no slots.
+    bool load(std::span<const std::byte> image, SharedMem::RavoId id, Pello::String& error);
     void detach() override;
     std::uint32_t capacity() const override { return numSlots_; }
     void cleanup();

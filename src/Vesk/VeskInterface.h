@@ -1,8 +1,5 @@
 #pragma once
 
-#include "Mem/RootPath.h"
-#include "MoxSharedMem/MountStatus.h"
-#include "Vesk/MapDescriptor.h"
 #include "Vesk/Operations.h"
 #include "Vesk/VeskInterfaceBase.h"
 
@@ -24,19 +21,6 @@ class VeskInterface : public VeskInterfaceBase {
         : hashSeed_(ops.hashSeed()) {
         Ops::initializeDefault();
     }
-
-    virtual bool initialize(const Pello::String& event) = 0;
-    virtual void detach(bool force) = 0;
-    virtual std::uint32_t members() const = 0;
-    virtual std::uint32_t buckets() const = 0;
-    virtual std::uint32_t minSize() const = 0;
-    virtual std::uint32_t maxSize() const = 0;
-    virtual std::uint32_t capacity() const = 0;
-    virtual VeskType type() const = 0;
-    virtual Mem::OruRootPath rootPath() const = 0;
-    virtual Pello::String veskName() const = 0;
-    virtual MoxSharedMem::MountStatus mountStatus() const = 0;
-    virtual void validateVersionAnchor() const = 0;
 
     virtual Value* write(const Value&, bool) { raiseReadOnly("write"); }
     virtual bool remove(const Key&, Value&) { raiseReadOnly("remove"); }

@@ -30,6 +30,8 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <optional>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -58,7 +60,7 @@ class VeskWriter : public VeskInterface<Ops>,
     void detach(bool /*force*/) override { doDetach(); }
     bool validate() override;
     bool validateFiles() override;
-    void cleanup() override { life_.removeFiles(); }
+    void cleanup() override { life_.cleanup(); }
 
     /// Stores a value under its key. With `overwrite` false an existing entry stays as it is.
     /// Returns the address of the stored value. Throws `TableFullException` for a new key when a
@@ -111,8 +113,18 @@ class VeskWriter : public VeskInterface<Ops>,
         return slots_.attached() ? slots_.header().scratchpad() : 0;
     }
 
+    // The order of these two is that of their slots, which follow the interface's.
     void shrink() override { doMaybeShrinkSlots(dueShrinkThreshold()); }
     void handleQuiesced(bool quiesced) override { quiescedHandler_(quiesced); }
+
+    /// Takes images of a table's files into this writer, which is one in process memory and not
+    /// initialised, and checks them like files that are to be taken over. When they are sound
+    /// the writer reads as that table; else `error` says what is wrong.
+    bool load(std::span<const std::byte> slots, std::span<const std::byte> buckets,
+              SharedMem::RavoId id, Pello::String& error);
+
+    /// A direct operation waits for its commit.
+    bool directOpen() const { return directSlot_ != kNoSlot || directNew_; }
 
     // For the parts of a writer: the hash map, the validator, and tests of the file's bytes.
     SlotWriterTable<Ops>& slotTable() const { return slots_; }
@@ -137,8 +149,6 @@ class VeskWriter : public VeskInterface<Ops>,
     /// The slot's value for a caller that may change it. No reader looks at it but through the
     /// sequence word.
     static Value* valueOf(SlotWords& slot) { return valueAt(slot.value()); }
-
-    bool directOpen() const { return directSlot_ != kNoSlot || directNew_; }
 
     /// The value of the open direct operation, whose slot becomes the last one read.
     const Value& openDirectValue() const {
@@ -205,7 +215,12 @@ class VeskWriter : public VeskInterface<Ops>,
         return 1;
     }
     bool hasTorvu() const override { return Ops::notifying; }
-    bool validateTable(SharedMem::RavoId id) override;
+    std::optional<std::uint32_t> tableId() const override {
+        if constexpr (Ops::notifying) return torvu_.tableId();
+        return std::nullopt;
+    }
+    bool validateTable(SharedMem::RavoId id) override { return validateTable(id, nullptr); }
+    bool validateTable(SharedMem::RavoId id, Pello::String* error);
     bool filesExist() const override {
         return slots_.mapping().existingSize() != 0 || hashMap_.buckets().existingSize() != 0;
     }
@@ -247,7 +262,7 @@ class VeskWriter : public VeskInterface<Ops>,
 template <class Ops>
 VeskWriter<Ops>::VeskWriter(std::shared_ptr<Pello::Platform::DebugHandler> handler,
                             const Pello::String& name, const MapDescriptor& descriptor,
-                            const Ops& ops, const Pello::String& /*classType*/,
+                            const Ops& ops, const Pello::String& classType,
                             QuiescedHandler quiescedHandler)
     : VeskInterface<Ops>(ops)
     , Debuggable(handler)
@@ -261,7 +276,7 @@ VeskWriter<Ops>::VeskWriter(std::shared_ptr<Pello::Platform::DebugHandler> handl
     , torvu_(handler, rootPath_, counters_, descriptor.keepDeleted ? 0U : 1U, *this)
     , name_(name)
     , criticalTaskCheck_(descriptor.criticalTaskCheck)
-    , life_(handler, *this, rootPath_, descriptor.localMem) {
+    , life_(handler, *this, rootPath_, descriptor.localMem, classType) {
     if (descriptor.dumpToCore) {
         dumpToCore();
         Pello::Util::includeShmemInCore();
@@ -521,16 +536,31 @@ void VeskWriter<Ops>::validateVersionAnchor() const {
 }
 
 template <class Ops>
-bool VeskWriter<Ops>::validateTable(SharedMem::RavoId id) {
+bool VeskWriter<Ops>::validateTable(SharedMem::RavoId id, Pello::String* error) {
     Validator<Ops> validator(*this);
     const typename VeskCore::WriterHashMap<Ops>::ValidatorScope scope(hashMap_, validator);
-    return validator.validate(id);
+    const bool ok = validator.validate(id);
+    if (error != nullptr) *error = validator.error();
+    return ok;
+}
+
+template <class Ops>
+bool VeskWriter<Ops>::load(std::span<const std::byte> slots, std::span<const std::byte> buckets,
+                           SharedMem::RavoId id, Pello::String& error) {
+    Pello::String slotError;
+    const bool bucketsLoaded = hashMap_.buckets().load(buckets, id, error);
+    const bool slotsLoaded = slots_.load(slots, id, slotError);
+    if (bucketsLoaded && !slotsLoaded) error = slotError;
+    if (!bucketsLoaded || !slotsLoaded) return false;
+    hashMap_.thresholdsUpdate();
+    return validateTable(id, &error);
 }
 
 template <class Ops>
 bool VeskWriter<Ops>::validate() {
     if (!slots_.attached()) return false;
-    const bool ok = validateTable(ravoId());
+    const bool sound = validateTable(ravoId());
+    const bool ok = life_.ownerFileSound() && sound;
     if (!ok) life_.traceDump("validate");
     return ok;
 }
@@ -542,13 +572,15 @@ bool VeskWriter<Ops>::validateFiles() {
     // A table in process memory has no file that could hold another identity.
     if (!life_.localMem())
         SharedMem::RavoFile(*debugHandler(), rootPath_, false).validate(ravoId());
+    life_.validateOwnerFile();
     rootPath_.removeFile(Util::CORRUPTION_FILENAME);
     return true;
 }
 
 template <class Ops>
 void VeskWriter<Ops>::doDetach() {
-    PELLO_TRACE(*this, 5, tagOf("detach"), "localMem_:{} rootPath:{}", life_.localMem(), rootPath_);
+    PELLO_TRACE(*this, 5, tagOf("detach"), "owner:{} localMem_:{} rootPath:{}", life_.owner(),
+                life_.localMem(), rootPath_);
     if (directOpen()) {
         const Value& open = openDirectValue();
         Pello::fatal(debugHandler().get(), tagOf("detach"),
@@ -556,7 +588,9 @@ void VeskWriter<Ops>::doDetach() {
                      "DirectIs/Commit are properly paired!",
                      directSlot_, open);
     }
+    life_.disown();
     detachFiles();
+    life_.release();
     this->initializedIs(false);
 }
 

@@ -156,10 +156,15 @@ TEST_F(Operations, FilesThatWereTakenAwayAreMissed) {
 TEST_F(Operations, ALocalWritersCleanupTakesAllFilesOrNone) {
     // Less would cost the table of that name its entries when its writer starts again.
     open();
-    TestSupport::openWriter<Shape>("t", Vesk::MapDescriptor(10))->cleanup();
-    const bool kept = std::filesystem::exists(files.slots);
-    EXPECT_EQ(std::filesystem::exists(files.buckets), kept);
-    EXPECT_EQ(std::filesystem::exists(files.ravo), kept);
+    const auto local = TestSupport::openWriter<Shape>("t", Vesk::MapDescriptor(10));
+    const TableFiles::Image before = files.image();
+    EXPECT_EQ(raisedBy<Pello::InvalidInitializeException>([&] { local->cleanup(); }),
+              "WriterLock Mem/WriterLock.acquireWriterLock cannot clean up " + files.folder +
+                  ": a writer of this process is attached to it");
+    EXPECT_EQ(files.image(), before);
+    writer.reset();
+    local->cleanup();
+    EXPECT_TRUE(std::filesystem::is_empty(files.folder));
 }
 
 TEST_F(Operations, DamageWhileTheTableIsFormattedAnew) {

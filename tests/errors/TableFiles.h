@@ -86,6 +86,7 @@ struct TableFiles {
     const std::string slots = folder + "/slots";
     const std::string buckets = folder + "/buckets";
     const std::string ravo = folder + "/ravo";
+    const std::string owner = folder + "/owner";
 };
 
 /// A table and its writer.

@@ -1,5 +1,6 @@
 // Every trace of a table's life: level, class, source, operation and text.
 
+#include "Pello/Process.h"
 #include "SharedMem/RavoFile.h"
 #include "TableFiles.h"
 
@@ -50,9 +51,10 @@ TEST_F(Traces, OfTheFiles) {
     const auto header = [this] { return writer->slotTable().header().toString(); };
     const auto success = [this] {
         return fmt::format(
-            "success {} capacity:{} ravoId:{} mtime:{} ploxetInfo:none", files.folder,
+            "success {} capacity:{} ravoId:{} mtime:{} ploxetInfo:{}", files.folder,
             writer->capacity(), writer->ravoId(),
-            SharedMem::RavoFile(*writer->debugHandler(), writer->tableRoot(), false).mtime());
+            SharedMem::RavoFile(*writer->debugHandler(), writer->tableRoot(), false).mtime(),
+            Pello::ProcessId::self().text());
     };
     EXPECT_TRUE(has(traced(capture), "3 SlotTable::Header Vesk/SlotTable.toString " + header()));
     expect(R"(5 W.attach localMem_:false rootPath:{folder}
@@ -90,7 +92,8 @@ TEST_F(Traces, OfTheFiles) {
               5 W.mountStatus 1)");
     open(descriptor);
     EXPECT_TRUE(has(traced(capture), "5 SlotTable Vesk/SlotTable.detach "));
-    expect(R"(5 W.detach localMem_:false rootPath:{folder}
+    expect(R"(5 W.detach owner:true localMem_:false rootPath:{folder}
+              5 W.detach clearing ploxetInfo
               5 S.detach *
               2 S.attach to existing {slots}
               2 W.attach slotsAttached:2

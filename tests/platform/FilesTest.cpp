@@ -117,7 +117,7 @@ TEST_F(TableFolder, TheIdentityIsNeverWrittenThroughALink) {
     fs::create_symlink("target", path);
     EXPECT_EQ(raisedBy<InvalidInitializeException>(
                   [&] { RavoFile(*handler, table, false).write(RavoId(7)); }),
-              "cannot write " + path + ": Too many levels of symbolic links");
+              "cannot write " + path + ": open: Too many levels of symbolic links");
     RavoFile local(*handler, table, true);
     local.write(RavoId(9));
     EXPECT_EQ(local.read(), RavoId(9));

@@ -153,17 +153,17 @@ TEST_F(Tool, AFullFileSystemIsAMessageAndLeavesNothing) {
     const Outcome run = agent({"--pcap", kSample});
     EXPECT_EQ(run.code, kFailed);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "rsvp-vesk: cannot attach to shmem " + table +
-                           "/slots size:3200: fallocate: No space left on device\n");
+    EXPECT_EQ(run.err, "rsvp-vesk: cannot write " + table + "/owner: No space left on device\n");
     EXPECT_FALSE(fs::exists(root + "/mpls"));
-    for (std::size_t free = 1; free < 19; ++free) { // six tables of three files, and the map
+    constexpr std::size_t kNeeded = 31; // six tables of four files and a lock, and the map
+    for (std::size_t free = 1; free < kNeeded; ++free) {
         small.leaveFree(free);
         const Outcome later = agent({"--json", "--pcap", kSample});
         EXPECT_EQ(later.code, kFailed) << free;
         EXPECT_EQ(later.out, "");
         fs::remove_all(root);
     }
-    small.leaveFree(19);
+    small.leaveFree(kNeeded);
     EXPECT_EQ(agent({"--pcap", kSample}).code, 0);
 }
 

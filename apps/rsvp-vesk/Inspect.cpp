@@ -1,0 +1,242 @@
+#include "Inspect.h"
+
+#include "ExitCode.h"
+
+#include "Mem/RootPath.h"
+#include "Mem/WriterLock.h"
+#include "Rsvp/CounterTables.h"
+#include "SharedMem/OwnerFile.h"
+#include "SharedMem/RavoFile.h"
+#include "Zint/PloxetAcceptSm.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+void complain(const std::string& text) { std::cerr << "rsvp-vesk: " << text << '\n'; }
+
+std::shared_ptr<Pello::Platform::DebugHandler> handler() {
+    return Pello::Platform::getDebugHandler("inspect", true);
+}
+
+/// The names of all tables below the root, in order.
+std::vector<std::string> allTables() {
+    const fs::path root = Mem::RootPath::base();
+    std::vector<std::string> tables;
+    std::error_code ignored;
+    for (const auto& entry : fs::recursive_directory_iterator(
+             root, fs::directory_options::skip_permission_denied, ignored)) {
+        const std::string name = entry.path().filename();
+        const std::string table = fs::relative(entry.path().parent_path(), root).string();
+        const bool isPart = name == "slots" || name == "buckets" ||
+                            name == SharedMem::OwnerFile::FILENAME ||
+                            name == SharedMem::RavoFile::RAVO_NAME;
+        if (isPart && table != "." && !table.starts_with('.')) tables.push_back(table);
+    }
+    std::sort(tables.begin(), tables.end());
+    tables.erase(std::unique(tables.begin(), tables.end()), tables.end());
+    return tables;
+}
+
+using Bytes = std::vector<std::byte>;
+
+std::optional<Bytes> bytesOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    const auto* const first = reinterpret_cast<const std::byte*>(text.data());
+    return Bytes(first, first + text.size());
+}
+
+/// The name of the stored type in the image of a slot file's header.
+std::string typeNameOf(const Bytes& slots) {
+    if (slots.size() < Vesk::SlotHeaderCommon::kSize) return {};
+    alignas(Vesk::SlotHeaderCommon) std::array<std::byte, Vesk::SlotHeaderCommon::kSize> image{};
+    std::copy_n(slots.begin(), image.size(), image.begin());
+    return Vesk::SlotHeaderCommon::at(image.data()).typeName();
+}
+
+/// What the images of a table's files say; the verdict is empty for a sound table.
+template <class Ops>
+std::string examine(const std::string& table, const Bytes& slots, const Bytes& buckets,
+                    SharedMem::RavoId id, Json& facts) {
+    Vesk::MapDescriptor descriptor(1);
+    Vesk::VeskWriter<Ops> writer(handler(), table, descriptor, Ops(), "", Pello::noop);
+    std::string verdict;
+    const bool sound = writer.load(slots, buckets, id, verdict);
+    if (writer.slotTable().attached()) facts["slotHeader"] = writer.slotTable().header().toString();
+    if (!sound) return verdict;
+    const std::uint32_t members = writer.members();
+    const std::uint32_t capacity = writer.capacity();
+    facts["bucketHeader"] = writer.hashMap().buckets().header().toString();
+    facts["entries"] = members;
+    facts["slots"] = capacity;
+    facts["slotBytes"] = writer.slotTable().slotSize();
+    facts["fillPercent"] = capacity == 0 ? 0.0 : 100.0 * members / capacity;
+    facts["freeBytes"] = std::uint64_t{capacity - members} * writer.slotTable().slotSize();
+    facts["buckets"] = writer.buckets();
+    std::vector<std::uint32_t> chains(writer.buckets());
+    typename Ops::Value value;
+    Vesk::IterHint hint;
+    for (bool more = writer.first(value, hint); more;
+         more = writer.next(Ops::key(value), value, hint)) {
+        ++chains.at(hint.bucket);
+    }
+    // chains of length 0, 1, 2, ...
+    std::vector<std::uint32_t> lengths;
+    for (const std::uint32_t length : chains) {
+        if (lengths.size() <= length) lengths.resize(length + 1);
+        ++lengths[length];
+    }
+    facts["longestChain"] = lengths.empty() ? 0 : lengths.size() - 1;
+    facts["chainLengths"] = lengths;
+    return {};
+}
+
+/// One look at a table; the verdict is empty for a sound one.
+std::string look(const std::string& table, Json& facts) {
+    const Mem::OruRootPath root(*handler(), table, false);
+    const std::optional<Bytes> slots = bytesOf(root.filePath("slots"));
+    const std::optional<Bytes> buckets = bytesOf(root.filePath("buckets"));
+    const SharedMem::RavoId id = SharedMem::RavoFile(*handler(), root, false).read();
+    facts["ravoId"] = fmt::format("{}", id);
+    if (id == SharedMem::RavoId()) return "no identity in the file ravo";
+    if (!slots) return "the file slots is missing";
+    if (!buckets) return "the file buckets is missing";
+    const std::string type = typeNameOf(*slots);
+    facts["type"] = type;
+    if (type == "Rsvp::Vesk::MessageCounter") {
+        return examine<Rsvp::Vesk::MessageCounterOps>(table, *slots, *buckets, id, facts);
+    }
+    if (type == "Rsvp::Vesk::ErrorCounter") {
+        return examine<Rsvp::Vesk::ErrorCounterOps>(table, *slots, *buckets, id, facts);
+    }
+    return "unknown type of values \"" + type + "\"";
+}
+
+Json inspect(const std::string& table) {
+    constexpr int kTries = 50;
+    const Mem::OruRootPath root(*handler(), table, false);
+    const SharedMem::OwnerFile ownerFile(handler(), root, false);
+    Json facts{{"table", table}, {"folder", root.path()}};
+    std::string verdict;
+    bool alive = false;
+    for (int attempt = 0; attempt < kTries; ++attempt) {
+        std::string why;
+        std::string command;
+        alive = false;
+        verdict = ownerFile.validate(why) ? "" : "owner file: " + why;
+        facts["ownerFile"] = ownerFile.headerToString();
+        if (verdict.empty()) {
+            const Pello::String socketName = ownerFile.ploxetInfo().socketName;
+            alive = Mem::WriterLock::ownerIsAlive(*handler(), socketName, command);
+            facts["owner"] = alive ? fmt::format("{} {}", command, socketName) : "none";
+            verdict = look(table, facts);
+        }
+        // Files were copied while their writer changed them, or there is something wrong.
+        if (verdict.empty() || !alive) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    facts["writerAlive"] = alive;
+    facts["sound"] = verdict.empty();
+    if (!verdict.empty()) facts["corruption"] = verdict;
+    return facts;
+}
+
+void print(const Json& facts) {
+    fmt::print(std::cout, "{}: {}\n", facts.at("table").get<std::string>(),
+               facts.at("sound").get<bool>()
+                   ? "sound"
+                   : "CORRUPT: " + facts.at("corruption").get<std::string>());
+    for (const auto& [name, fact] : facts.items()) {
+        if (name == "table" || name == "sound" || name == "corruption") continue;
+        fmt::print(std::cout, "  {:<13} {}\n", name,
+                   fact.is_string() ? fact.get<std::string>() : fact.dump());
+    }
+}
+
+/// The tables that were asked for; nothing, with a message, when one of them is not there.
+std::optional<std::vector<std::string>> chosen(const TableOptions& options) {
+    const std::vector<std::string> all = allTables();
+    if (options.tables.empty()) return all;
+    std::vector<std::string> result;
+    for (const std::string& name : options.tables) {
+        const std::string table = name.substr(std::min(name.find_first_not_of('/'), name.size()));
+        if (!std::binary_search(all.begin(), all.end(), table)) {
+            complain("no table " + table + " below " + Mem::RootPath::base());
+            return std::nullopt;
+        }
+        result.push_back(table);
+    }
+    return result;
+}
+
+} // namespace
+
+int runInspect(const TableOptions& options) {
+    const auto tables = chosen(options);
+    if (!tables) return exitNoTable;
+    Pello::Platform::traceLevelsIs("inspect", 0); // what is wrong goes into the answer
+    if (tables->empty()) complain("no tables below " + Mem::RootPath::base());
+    Json all = Json::array();
+    int code = exitDone;
+    for (const std::string& table : *tables) {
+        all.push_back(inspect(table));
+        if (!all.back().at("sound").get<bool>()) code = exitCorrupt;
+        if (!options.json) print(all.back());
+    }
+    if (options.json) {
+        std::cout << all.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    }
+    std::cout.flush();
+    if (std::cout) return code;
+    complain("cannot write the report to standard output");
+    return exitFailed;
+}
+
+int runClean(const TableOptions& options) {
+    const auto tables = chosen(options);
+    if (!tables) return exitNoTable;
+    int code = exitDone;
+    for (const std::string& table : *tables) {
+        try {
+            // Any writer knows the files of all tables; this one has none of its own.
+            Rsvp::Vesk::MessageCounterWriter writer(handler(), table, Vesk::MapDescriptor(1),
+                                                    Rsvp::Vesk::MessageCounterOps(), "",
+                                                    Pello::noop);
+            writer.cleanup();
+            const Mem::OruRootPath root(*handler(), table, false);
+            root.removeEmptyFolders();
+            if (root.exists()) {
+                complain("not everything is ours to remove in " + root.path());
+                code = exitFailed;
+            } else {
+                std::cerr << "removed " << root.path() << '\n';
+            }
+        } catch (const Pello::Exception& e) {
+            complain(e.message());
+            code = exitFailed;
+        }
+    }
+    if (allTables().empty()) {
+        std::error_code ignored;
+        fs::remove(Mem::RootPath::base() + "/interfaces", ignored);
+    }
+    Zint::PloxetAcceptSm::removeDead();
+    return code;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Pello/String.h"
+
+#include <cstdint>
+
+namespace Mem {
+
+/// A descriptor of a file that this process may write. Closed at the end of the scope.
+class OwnFile {
+  public:
+    OwnFile() = default;
+    ~OwnFile();
+    OwnFile(OwnFile&& other) noexcept;
+    OwnFile& operator=(OwnFile&& other) noexcept;
+    OwnFile(const OwnFile&) = delete;
+    OwnFile& operator=(const OwnFile&) = delete;
+
+    enum class Absent : std::uint8_t {
+        isMade,
+        isError
+    };
+
+    /// Opens a file for reading and writing, and makes it when it may be absent, with mode 0644
+    /// whatever the umask. Takes nobody else's: symbolic links, what is no regular file, and what
+    /// belongs to another user is refused. The descriptor is above those of the standard streams:
+    /// in a process that was started with these closed, whoever prints would print into a table.
+    /// On failure nothing is open, and `error` has the reason, beginning with what failed.
+    static OwnFile open(const Pello::String& path, Absent absent, Pello::String& error);
+
+    bool isOpen() const { return fd_ >= 0; }
+    int fd() const { return fd_; }
+    /// This very call made the file.
+    bool created() const { return created_; }
+    /// Hands the descriptor over.
+    int release();
+
+  private:
+    int fd_ = -1;
+    bool created_ = false;
+};
+
+/// Locks the whole file for this open file description (fcntl F_OFD_SETLK); with `wait` as soon as
+/// whoever has the lock lets it go. False with `errno` on failure.
+bool lockWhole(int fd, bool wait);
+
+/// Whether the path still leads to the open file.
+bool leadsTo(const Pello::String& path, int fd);
+
+} // namespace Mem

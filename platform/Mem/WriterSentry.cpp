@@ -1,0 +1,55 @@
+#include "Mem/WriterSentry.h"
+
+#include "SharedMem/RavoFile.h"
+#include "Vesk/Util.h"
+
+#include <chrono>
+
+namespace Mem {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+    return {"WriterSentry", "Mem/WriterSentry", operation, line};
+}
+
+} // namespace
+
+WriterSentry::WriterSentry(std::shared_ptr<Pello::Platform::DebugHandler> handler,
+                           Notifiee& notifiee, const OruRootPath& rootPath)
+    : Debuggable(std::move(handler))
+    , notifiee_(notifiee)
+    , rootPath_(rootPath)
+    , watch_(rootPath.path(), [this] { mountAttempt("files changed", false); }) {}
+
+bool WriterSentry::due() const {
+    return rootPath_.hasFile(Vesk::Util::CORRUPTION_FILENAME) ||
+           (!lossKnown_ && !rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME));
+}
+
+void WriterSentry::mountAttempt(const Pello::String& event, bool force) {
+    PELLO_TRACE(*this, 5, tagOf("mountAttempt"), "{} event:{}", rootPath_, event);
+    if (!force && !due()) return;
+    if (notifiee_.changing()) {
+        later_ = Pello::Loop::ofThisThread()->timer(
+            100ms, [this, event, force] { mountAttempt(event, force); });
+        return;
+    }
+    check();
+}
+
+void WriterSentry::check() {
+    bool ok = false;
+    try {
+        ok = notifiee_.validateFiles(Vesk::Util::CORRUPTION_FILENAME, 0) && notifiee_.validate();
+    } catch (const Pello::Exception& e) {
+        PELLO_TRACE(*this, 0, tagOf("check"), "{} {}", rootPath_, e.message());
+    }
+    lossKnown_ = !rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME);
+    PELLO_TRACE(*this, ok ? 1U : 0U, tagOf("check"), "{} ravoId:{} checked, {}", rootPath_,
+                notifiee_.ravoId(), ok ? "sound" : "not sound");
+}
+
+} // namespace Mem
