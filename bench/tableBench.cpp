@@ -15,6 +15,9 @@
 #include "ScratchRoot.h"
 #include "Sides.h"
 
+#include "MoxVesk/MountInfo.h"
+#include "Rsvp/MessageCounterColl.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -360,6 +363,40 @@ void registerQueue(std::uint32_t entries, std::vector<Comparison>& comparisons) 
                            "small/queue/without", "without one", 1.3});
 }
 
+/// What an agent does for each message: through its collection, mounted in shared memory.
+void incRxCount(benchmark::State& state, std::uint32_t entries) {
+    using Rsvp::Vesk::MessageCounterColl;
+    static MoxVesk::Mounter mounter;
+    static const auto coll = [] {
+        const auto made = MessageCounterColl::MessageCounterCollIs("bench");
+        mounter.mount(made, "bench", MessageCounterColl::writerMountInfo(), Vesk::VeskType::writer);
+        return made;
+    }();
+    constexpr std::uint32_t kTypes = MessageCounterColl::msgTypes;
+    constexpr Rsvp::RsvpMsgType kWireTypes[kTypes] = {
+        Rsvp::rsvpPathMsg,     Rsvp::rsvpResvMsg,     Rsvp::rsvpPathErrMsg,  Rsvp::rsvpResvErrMsg,
+        Rsvp::rsvpPathTearMsg, Rsvp::rsvpResvTearMsg, Rsvp::rsvpResvConfMsg, Rsvp::rsvpBundleMsg,
+        Rsvp::rsvpAckMsg,      Rsvp::rsvpSrefreshMsg, Rsvp::rsvpHelloMsg};
+    const auto count = [&](std::uint32_t number) {
+        coll->incRxCount(Wirra::IntfId(number / kTypes), kWireTypes[number % kTypes],
+                         Wirra::ipv4AddressFamily);
+    };
+    for (std::uint32_t i = 0; i < entries; ++i) {
+        count(i);
+    }
+    Random random;
+    for (auto _ : state) {
+        count(random.below(entries));
+    }
+    expect(state, coll->rxIpv4CountMap().members() == entries);
+}
+
+void registerCollection(std::uint32_t entries, std::vector<Comparison>& comparisons) {
+    benchmark::RegisterBenchmark("small/incRxCount", incRxCount, entries);
+    comparisons.push_back({"24 bytes: incRxCount of a mounted collection", "small/incRxCount",
+                           "small/count/absl", "absl, count", 2.5});
+}
+
 int run(int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     const auto smokeFlag = std::find_if(arguments.begin(), arguments.end(), [](const char* text) {
@@ -402,6 +439,7 @@ int run(int argc, char** argv) {
                                               .remove = 1.1},
                                              comparisons);
     registerQueue(smoke ? 550 : 5632, comparisons);
+    registerCollection(smoke ? 550 : 5632, comparisons);
     registerShape<TestSupport::SpShape>("large", "168 bytes: ", smoke ? 10000 : 1000000, root,
                                         {.lookupHit = 1.4,
                                          .lookupDependent = 1.3,
