@@ -32,10 +32,14 @@ struct AnyMapping : FileMapping, testing::WithParamInterface<Mem::SharedMemWrapp
     Mem::SharedMemWrapper mapping{table, "f", GetParam()};
 };
 
-INSTANTIATE_TEST_SUITE_P(FilePagesHeap, AnyMapping,
+INSTANTIATE_TEST_SUITE_P(Of, AnyMapping,
                          testing::Values(Mem::SharedMemWrapper::Options{false, false},
                                          Mem::SharedMemWrapper::Options{true, false},
-                                         Mem::SharedMemWrapper::Options{true, true}));
+                                         Mem::SharedMemWrapper::Options{true, true}),
+                         [](const auto& mapping) {
+                             if (!mapping.param.local) return "file";
+                             return mapping.param.heapAlloc ? "heap" : "pages";
+                         });
 
 Bytes contentOf(const Mem::Mapping& mapping) {
     const auto* const bytes = reinterpret_cast<const unsigned char*>(mapping.base());
