@@ -50,7 +50,7 @@ struct MapDescriptor : Mem::CollectionDescriptor {
     bool synchronousInit = false;      ///< shadows do not park their callbacks during the init
     bool flushNotification = false;    ///< shadows report flushed entries
     bool heapAlloc = false;            ///< process memory comes from the heap; needs `localMem`
-    bool trackMemory = false;          ///< the slot file's mapping is tracked
+    bool trackMemory = false;          ///< `Mem::MemoryTracker` lists the slot file's mapping
     bool cleanupOnInit = false;        ///< the files are removed first
     bool forceResync = false;          ///< shadows report differences only, also on first mount
     bool assertOnOrphanAccess = false; ///< any use after the collection lost its parent is fatal

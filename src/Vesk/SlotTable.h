@@ -10,6 +10,7 @@
 // with slotSize = 16 + size of the value and headerSize = 600 + slotSize.
 
 #include "Mem/Mapping.h"
+#include "Mem/Tracked.h"
 #include "Mem/VersionAnchor.h"
 #include "Pello/Debug.h"
 #include "Vesk/SlotHeaderCommon.h"
@@ -38,6 +39,8 @@ class SlotTableBase : public Pello::Debuggable {
     SlotHeaderCommon& header() const { return *header_; }
     bool attached() const { return header_ != nullptr; }
     Mem::Mapping& mapping() const { return *mapping_.get(); }
+    /// Registers the mapping with the memory tracker, as a block of that type.
+    void trackMapping(const std::type_info& tag) { mapping_.track(tag); }
     const Mem::OruRootPath& rootPath() const { return rootPath_; }
 
     std::uint32_t slotSize() const { return shape_.slotSize; }
@@ -64,7 +67,7 @@ class SlotTableBase : public Pello::Debuggable {
 
     const Mem::OruRootPath& rootPath_;
     SlotFileShape shape_;
-    Mem::SharedMemWrapper mapping_;
+    Mem::Tracked<Mem::SharedMemWrapper> mapping_;
     SlotHeaderCommon* header_ = nullptr;
     std::uint32_t numSlots_ = 0;
     std::byte* slots_ = nullptr;

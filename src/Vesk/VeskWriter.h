@@ -277,6 +277,7 @@ VeskWriter<Ops>::VeskWriter(std::shared_ptr<Pello::Platform::DebugHandler> handl
     , name_(name)
     , criticalTaskCheck_(descriptor.criticalTaskCheck)
     , life_(handler, *this, rootPath_, descriptor.localMem, classType) {
+    if (descriptor.trackMemory) slots_.trackMapping(typeid(VeskWriter));
     if (descriptor.dumpToCore) {
         dumpToCore();
         Pello::Util::includeShmemInCore();

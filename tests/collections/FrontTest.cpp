@@ -238,6 +238,16 @@ TYPED_TEST(FrontOf, OptionsDoWhatTheySay) {
         EXPECT_EQ(fixed.minSize(), 10U);
         EXPECT_THROW(fixed.safeWrite(TypeParam::value(1000, 1)), Vesk::TableFullException);
     }
+    {
+        Front<TypeParam> tracked("tracked");
+        tracked.init(with(&MapDescriptor::trackMemory));
+        const auto blocks = Mem::MemoryTracker::blocks();
+        ASSERT_EQ(blocks.size(), 1U);
+        EXPECT_EQ(blocks[0].name, this->root.file("tracked", "slots"));
+        EXPECT_EQ(blocks[0].size, fs::file_size(blocks[0].name));
+        EXPECT_THAT(blocks[0].tag, testing::StartsWith("Vesk::VeskWriter<"));
+    }
+    EXPECT_TRUE(Mem::MemoryTracker::blocks().empty());
     // A clean-up first, also of what another process left.
     EXPECT_EQ(this->init(MapDescriptor(10, VeskType::writer)), "ok");
     this->front.safeWrite(TypeParam::value(1, 1));
