@@ -1,4 +1,5 @@
-// The hexadecimal examples of docs/layout.md are files that the library writes.
+// The hexadecimal examples of docs/layout.md are files that the library writes, and its numbers are
+// the library's.
 
 #include "Documents.h"
 #include "Environment.h"
@@ -8,188 +9,113 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <span>
+
 #include <unistd.h>
 
 namespace {
 
+using namespace TestSupport;
 using Bytes = std::vector<unsigned char>;
-using TestSupport::ErrorShape;
 
 constexpr const char* kDocument = "docs/layout.md";
-constexpr const char* kTable = "example";
 constexpr std::uint32_t kKey = Rsvp::pktParserBadMsgChecksumErrorType;
+constexpr std::uint32_t kSeed = 0x6B8B4567;                 // in the header of the example
+constexpr std::uint64_t kCreationTime = 0x18EA804578060F00; // likewise
 constexpr int kCrashed = 7;
-constexpr std::size_t kCreationTime = 40;
 
+/// A line of `hexdump -C` behind the address.
 std::string hexLine(const Bytes& bytes, std::size_t at) {
-    std::string hex;
-    std::string text;
-    for (std::size_t i = at; i < at + 16; ++i) {
-        if (i == at + 8) hex += ' ';
-        if (i < bytes.size()) {
-            hex += fmt::format(" {:02x}", bytes[i]);
-            text += bytes[i] >= 0x20 && bytes[i] < 0x7F ? static_cast<char>(bytes[i]) : '.';
-        } else {
-            hex += "   ";
-        }
-    }
-    return fmt::format("{:08x} {}  |{}|", at, hex, text);
+    const auto part = std::span(bytes).subspan(at, std::min<std::size_t>(16, bytes.size() - at));
+    std::string hex = fmt::format("{:02x}", fmt::join(part, " "));
+    if (part.size() > 8) hex.insert(24, " ");
+    std::string text(part.begin(), part.end());
+    std::ranges::replace_if(
+        text, [](char c) { return c < 0x20 || c == 0x7F; }, '.');
+    return fmt::format("  {:<48}  |{}|\n", hex, text);
 }
 
-/// All bytes as `hexdump -C` prints them: a line that repeats its predecessor shrinks to "*".
-Docs::Lines hexdump(const Bytes& bytes) {
-    Docs::Lines lines;
+/// The lines that differ from what they were before, or all bytes, where a line that repeats its
+/// predecessor shrinks to "*".
+std::string hexdump(const Bytes& bytes, const Bytes& before = {}) {
+    std::string dump;
     std::string last;
     for (std::size_t at = 0; at < bytes.size(); at += 16) {
         const std::string line = hexLine(bytes, at);
-        if (line.substr(8) != last) {
-            lines.push_back(line);
-        } else if (lines.back() != "*") {
-            lines.emplace_back("*");
+        if (!before.empty() && line == hexLine(before, at)) continue;
+        if (line != last) dump += fmt::format("{:08x}{}", at, line);
+        if (line == last && !dump.ends_with("*\n")) dump += "*\n";
+        last = line;
+    }
+    return before.empty() ? dump + fmt::format("{:08x}\n", bytes.size()) : dump;
+}
+
+TEST(Layout, ShowsTheBytesThatTheLibraryWrites) {
+    Mem::pageSize_ = 4096; // stands in the header
+    std::srand(1);         // as if nobody had called it: the seed of the hashes
+    const TempRoot root;
+    auto& handler = *Pello::Platform::getDebugHandler("docs", false);
+    SharedMem::RavoFile(handler, Mem::OruRootPath(handler, "t", true), false)
+        .write(SharedMem::RavoId(4242, 0));
+    const auto open = [] { return openWriter<ErrorShape>("t", fixedTable(4)); };
+    const auto bytes = [&](const char* file) { return fileBytes(root.file("t", file)); };
+    auto writer = open();
+    patchFile(root.file("t", "slots"), 40, &kCreationTime, sizeof kCreationTime);
+    const Bytes fresh = bytes("slots");
+    const Bytes freshBuckets = bytes("buckets");
+    EXPECT_EQ(hexdump(fresh), Docs::block(kDocument, "slots fresh"));
+    EXPECT_EQ(hexdump(freshBuckets), Docs::block(kDocument, "buckets fresh"));
+    EXPECT_EQ(hexdump(bytes("ravo")), Docs::block(kDocument, "ravo"));
+
+    writer->write(ErrorShape::value(kKey, 1), true);
+    const Bytes inserted = bytes("slots");
+    const Bytes buckets = bytes("buckets");
+    EXPECT_EQ(hexdump(inserted, fresh), Docs::block(kDocument, "slots inserted"));
+    EXPECT_EQ(hexdump(buckets, freshBuckets), Docs::block(kDocument, "buckets inserted"));
+
+    writer->write(ErrorShape::value(kKey, 2), true);
+    const Bytes overwritten = bytes("slots");
+    EXPECT_EQ(hexdump(overwritten, inserted), Docs::block(kDocument, "slots overwritten"));
+
+    writer.reset();
+    const auto end = inChild([&] {
+        writer = open();
+        Mem::stopHook = [](Mem::StopPoint point) {
+            if (point == Mem::StopPoint::slotValue) _exit(kCrashed);
+        };
+        writer->write(ErrorShape::value(kKey, 3), true);
+    });
+    EXPECT_EQ(end.code, kCrashed) << end.errors;
+    EXPECT_EQ(hexdump(bytes("slots"), overwritten), Docs::block(kDocument, "slots crashed"));
+    EXPECT_EQ(bytes("buckets"), buckets);
+
+    // The fields by which tests read tables are where the document says.
+    for (const char* file : {"slots", "buckets"}) {
+        for (const auto& [name, at, size] : RawFile(root.file("t", file)).fields()) {
+            const std::string row = fmt::format("\n| {} | {} | {}", at, size, name);
+            EXPECT_NE(Docs::read(kDocument).find(row), std::string::npos) << row;
         }
-        last = line.substr(8);
     }
-    lines.push_back(fmt::format("{:08x}", bytes.size()));
-    return lines;
 }
 
-/// The lines that differ from what they were before.
-Docs::Lines changes(const Bytes& before, const Bytes& after) {
-    Docs::Lines lines;
-    for (std::size_t at = 0; at < after.size(); at += 16) {
-        if (hexLine(before, at) != hexLine(after, at)) lines.push_back(hexLine(after, at));
-    }
-    return lines;
-}
-
-/// A table of error counters from its birth to the death of its writer.
-class LayoutExamples : public testing::Test {
-  protected:
-    struct Files {
-        Bytes slots;
-        Bytes buckets;
+TEST(Layout, ShowsTheHashesOfTheLibrary) {
+    std::vector<Docs::Row> rows;
+    const auto add = [&rows](const std::string& key, std::uint32_t hash) {
+        rows.push_back({key, fmt::format("`0x{:08X}`", hash),
+                        fmt::format("`0x{:08X}`", reversedBits(hash)), std::to_string(hash % 2),
+                        std::to_string(hash % 64)});
     };
-
-    LayoutExamples() {
-        Mem::pageSize_ = 4096; // stands in the header
-        std::srand(1);         // as if nobody had called it: the seed of the hashes
-        auto& handler = *Pello::Platform::getDebugHandler("docs", false);
-        SharedMem::RavoFile(handler, Mem::OruRootPath(handler, kTable, true), false)
-            .write(SharedMem::RavoId(4242, 0));
-        {
-            const auto writer = open();
-            fresh_ = files();
-            writer->write(ErrorShape::value(kKey, 1), true);
-            inserted_ = files();
-            writer->write(ErrorShape::value(kKey, 2), true);
-            overwritten_ = files();
-        }
-        const auto end = TestSupport::inChild([this] {
-            const auto writer = open();
-            Mem::stopHook = [](Mem::StopPoint point) {
-                if (point == Mem::StopPoint::slotValue) _exit(kCrashed);
-            };
-            writer->write(ErrorShape::value(kKey, 3), true);
-        });
-        EXPECT_TRUE(end.exited && end.code == kCrashed) << end.errors;
-        crashed_ = files();
-    }
-    ~LayoutExamples() override { Mem::pageSize_ = pageSize_; }
-
-    static std::unique_ptr<TestSupport::WriterOf<ErrorShape>> open() {
-        return TestSupport::openWriter<ErrorShape>(kTable, TestSupport::fixedTable(4));
-    }
-    Files files() const {
-        return {TestSupport::fileBytes(root_.file(kTable, "slots")),
-                TestSupport::fileBytes(root_.file(kTable, "buckets"))};
-    }
-
-    std::size_t pageSize_ = Mem::pageSize_;
-    TestSupport::TempRoot root_;
-    Files fresh_;
-    Files inserted_;
-    Files overwritten_;
-    Files crashed_;
-};
-
-void expectBlock(const std::string& name, const Docs::Lines& real) {
-    EXPECT_EQ(Docs::joined(Docs::block(kDocument, name)), Docs::joined(real)) << name;
-}
-
-TEST_F(LayoutExamples, fileOfIdentity) {
-    expectBlock("ravo", hexdump(TestSupport::fileBytes(root_.file(kTable, "ravo"))));
-}
-
-TEST_F(LayoutExamples, freshTable) {
-    Docs::Lines shown = Docs::block(kDocument, "slots fresh");
-    // The creation time alone is not repeatable.
-    Bytes slots = fresh_.slots;
-    for (const std::string& line : shown) {
-        if (!line.starts_with("00000020")) continue;
-        for (std::size_t i = 0; i < 8; ++i) {
-            slots[kCreationTime + i] =
-                static_cast<unsigned char>(std::stoul(line.substr(35 + 3 * i, 2), nullptr, 16));
-        }
-    }
-    expectBlock("slots fresh", hexdump(slots));
-    expectBlock("buckets fresh", hexdump(fresh_.buckets));
-}
-
-TEST_F(LayoutExamples, insert) {
-    expectBlock("slots inserted", changes(fresh_.slots, inserted_.slots));
-    expectBlock("buckets inserted", changes(fresh_.buckets, inserted_.buckets));
-}
-
-TEST_F(LayoutExamples, overwrite) {
-    expectBlock("slots overwritten", changes(inserted_.slots, overwritten_.slots));
-    EXPECT_EQ(inserted_.buckets, overwritten_.buckets);
-}
-
-TEST_F(LayoutExamples, crashInTheMiddleOfAnOverwrite) {
-    expectBlock("slots crashed", changes(overwritten_.slots, crashed_.slots));
-    EXPECT_EQ(overwritten_.buckets, crashed_.buckets);
-}
-
-TEST_F(LayoutExamples, hashes) {
-    const std::uint32_t seed = TestSupport::wordOf(root_.file(kTable, "slots"), 568);
-    const auto rows = Docs::table(kDocument, "hashes");
-    std::vector<Docs::Lines> real;
-    const auto add = [&](const std::string& key, std::uint32_t stranger, std::uint32_t own) {
-        EXPECT_EQ(stranger, own) << key;
-        real.push_back({key, fmt::format("`0x{:08X}`", own),
-                        fmt::format("`0x{:08X}`", Docs::reversed(own)), fmt::format("{}", own % 2),
-                        fmt::format("{}", own % 64)});
-    };
-    for (const auto type : {Rsvp::unknownErrorType, Rsvp::pktParserBadMsgChecksumErrorType}) {
-        add(fmt::format("error kind {}", static_cast<unsigned>(type)),
-            Docs::hashOfByte(static_cast<std::uint8_t>(type), seed),
-            Rsvp::Vesk::ErrorCounterKey(type).hash(seed));
-    }
-    for (const auto& [interface, type] :
-         {std::pair(1U, Rsvp::rsvpPathMsg), std::pair(2U, Rsvp::rsvpHelloMsg)}) {
-        add(fmt::format("interface {}, type {}", interface, static_cast<unsigned>(type)),
-            Docs::hashOfMessageKey(interface, type, seed),
-            Rsvp::Vesk::MessageCounterKey(Wirra::IntfId(interface), type).hash(seed));
-    }
-    EXPECT_EQ(rows, real);
-    EXPECT_EQ(Docs::quoted(Docs::table(kDocument, "interface hashes").at(0).at(1)).at(0),
-              fmt::format("0x{:08X}", Docs::hashOfInterface(1)));
-    EXPECT_EQ(Docs::hashOfInterface(1), Wirra::IntfId(1).hash());
-}
-
-/// The layout is told well enough that a stranger finds what is stored.
-TEST_F(LayoutExamples, strangerFindsEveryEntry) {
-    const auto writer = TestSupport::openWriter<ErrorShape>("full", TestSupport::growingTable(10));
-    for (std::uint32_t key = 0; key < 200; ++key) {
-        writer->write(ErrorShape::value(key, 1000 + key), true);
-    }
-    const Docs::RawTable table(root_.path() + "/full");
-    EXPECT_EQ(table.numBuckets(), 256U);
-    for (std::uint32_t key = 0; key < 256; ++key) {
-        const auto found = table.count(static_cast<std::uint8_t>(key));
-        EXPECT_EQ(found, key < 200 ? std::optional(1000 + key) : std::nullopt) << key;
-    }
+    using Rsvp::Vesk::MessageCounterKey;
+    using Wirra::IntfId;
+    add("error kind 0", ErrorShape::key(0).hash(kSeed));
+    add("error kind 7", ErrorShape::key(kKey).hash(kSeed));
+    add("interface 1, type 1", MessageCounterKey(IntfId(1), Rsvp::rsvpPathMsg).hash(kSeed));
+    add("interface 2, type 20", MessageCounterKey(IntfId(2), Rsvp::rsvpHelloMsg).hash(kSeed));
+    EXPECT_EQ(Docs::table(kDocument, "hashes"), rows);
+    EXPECT_EQ(Docs::table(kDocument, "interface hashes").at(0).at(1),
+              fmt::format("`0x{:08X}`", IntfId(1).hash()));
 }
 
 } // namespace

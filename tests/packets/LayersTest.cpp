@@ -101,6 +101,14 @@ TEST(Layers, Ipv4) {
     expect(ignored, {whole, 15}, {with(v4, 14, 0x65)});
 }
 
+TEST(Layers, WireLengthBelowTheCapturedIsNoCut) {
+    RsvpPacket packet;
+    for (const std::size_t wireLength : {std::size_t{0}, std::size_t{20}, v4.size() - 1}) {
+        const Frame frame{.captured = v4, .wireLength = wireLength};
+        EXPECT_EQ(locateRsvp(LinkType::ethernet, frame, packet), found) << wireLength;
+    }
+}
+
 TEST(Layers, Ipv6) {
     const Octets hopByHop = v6(0, extension(46));
     Octets many = concat({extension(43, 4), extension(60, 2), extension(46, 1)});

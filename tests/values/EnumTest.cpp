@@ -107,6 +107,8 @@ TEST(EnumDeathTest, MisuseOfTheRegistryIsFatal) {
                  "no enumeration is registered as type 3 of module NoSuchModule");
     EXPECT_DEATH(Mox::EnumType<unsigned char>::stringValue(0, {"RsvpHistory", 0}),
                  "Rsvp::RsvpSessionHistoryEntryType is registered with 4 bytes, used with 1");
+    static constexpr Mox::ModuleDescriptor kOther = {"RsvpCounters", {}};
+    EXPECT_DEATH(Mox::moxModuleIs(&kOther), "another module RsvpCounters is registered already");
 }
 
 } // namespace

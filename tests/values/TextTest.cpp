@@ -14,7 +14,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <sstream>
 
@@ -187,30 +186,24 @@ TEST(Text, ErrorsNameTheAttributesOnTheWay) {
         "('Rsvp::MessageCounterKey', ** {'in\"...");
 }
 
-/// Refuses each of the words.
+/// Refuses each of the texts between bars.
 template <class T>
-void checkRefused(const std::string& words) {
-    std::istringstream in(words);
-    for (std::string word; in >> word;) {
-        EXPECT_NE(errorOf<T>(word), "") << word;
+void checkRefused(const std::string& texts) {
+    std::istringstream in(texts);
+    for (std::string text; std::getline(in, text, '|');) {
+        EXPECT_NE(errorOf<T>(text), "") << text;
     }
 }
 
 TEST(Text, OnlyWhatIsWrittenIsRead) {
-    checkRefused<std::uint32_t>("-1 +1 0x1 01 00 4294967296 99999999999999999999999 1.0 True");
-    checkRefused<bool>("true 1 Truer True_ False0");
-    checkRefused<Seconds>("- --1 +1 1e 1e999 0x1p3 .5 1.2.3 nanx -nan nan(1) infinity +inf 1,5");
-    checkRefused<IntfId>("Intf(0x) Intf(0x01) Intf(0xG) Intf(0xAB) Intf(0x1 1 intf(0x1) "
+    checkRefused<std::uint32_t>("| 1|-1|+1|0x1|01|00|4294967296|99999999999999999999999|1.0|True");
+    checkRefused<bool>("| True|true|1|Truer|True_|False0");
+    checkRefused<Seconds>(
+        "| 1|-|--1|+1|1e|1e999|0x1p3|.5|1.2.3|nanx|-nan|nan(1)|infinity|+inf|1,5");
+    checkRefused<IntfId>("|Intf(0x)|Intf(0x01)|Intf(0xG)|Intf(0xAB)|Intf(0x1|1|intf(0x1)|"
                          "Intf(0x10000000000000000)");
-    checkRefused<IpGenAddr>("10.0.0 10.0.0.1.2 10.0.0.01 1::2::3 : nones None IpGenAddr(0x00) "
-                            "IpGenAddr(0x 12345:: "
-                            "IpGenAddr(0x010000000000000000000000000000000g)");
-    for (const char* text : {"", " 1", " True", " ::"}) {
-        EXPECT_NE(errorOf<std::uint32_t>(text), "");
-        EXPECT_NE(errorOf<bool>(text), "");
-        EXPECT_NE(errorOf<Seconds>(text), "");
-        EXPECT_NE(errorOf<IpGenAddr>(text), "");
-    }
+    checkRefused<IpGenAddr>("| ::|10.0.0|10.0.0.1.2|10.0.0.01|1::2::3|:|nones|None|IpGenAddr(0x00)|"
+                            "IpGenAddr(0x|12345::|IpGenAddr(0x010000000000000000000000000000000g)");
 }
 
 } // namespace

@@ -1,0 +1,98 @@
+#!/usr/bin/env python3
+"""What README.md and docs/ show and quote is what the programs print and the headers say.
+
+documents_test.py PROJECT TOOL EXAMPLE
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROJECT = pathlib.Path(sys.argv[1])
+TOOL, EXAMPLE = sys.argv[2:]
+
+
+def read(path):
+    return (PROJECT / path).read_text()
+
+
+def block(document, name):
+    pattern = rf"<!-- checked: {name} -->\n```\w*\n(.*?)^```$"
+    return re.search(pattern, read(document), re.DOTALL | re.MULTILINE)[1]
+
+
+def run(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+def plain(text):
+    """Words with single blanks between, without the marks of Markdown and of comments."""
+    return " ".join(re.sub("[`*]|\n//", "", text).split())
+
+
+def anchors(document):
+    """The names under which links reach the headings of a document."""
+    headings = re.findall("^#+ +(.*)", read(document), re.MULTILINE)
+    return {re.sub("[^a-z0-9 -]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+class Documents(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = folder.name
+
+    def agent(self, *options):
+        return run(TOOL, "--root", self.root, "agent", "--pcap", PROJECT / "samples/two-links.pcap",
+                   "--local", "02:00:5e:10:00", *options)
+
+    def expect(self, document, name, real):
+        """Expects the block to be `real`, but for whole lines left out where it says "..."."""
+        shown = block(document, name)
+        parts = re.split(r"^\.\.\.\n", shown, flags=re.MULTILINE)
+        if not re.fullmatch(r"(?:.*\n)+".join(map(re.escape, parts)), real):
+            self.assertEqual(shown, real)
+
+    def test_outputs_of_the_agent(self):
+        self.expect("README.md", "agent",
+                    self.agent().replace(self.root, "/dev/shm/rsvp-vesk.4SI0NT"))
+        files = sorted(path for path in pathlib.Path(self.root).rglob("*") if path.is_file())
+        tree = "".join(f"{path.relative_to(self.root)}\n" for path in files)
+        self.expect("docs/layout.md", "tree", tree)
+        self.expect("docs/layout.md", "interfaces", read(self.root + "/interfaces"))
+
+    def test_output_in_json(self):
+        self.expect("README.md", "json", self.agent("--json"))
+
+    def test_example(self):
+        self.assertEqual(block("README.md", "example"), read("tests/docs/example.cpp"))
+        output = run(EXAMPLE, self.root).replace(self.root, "/dev/shm/rsvp-vesk")
+        self.assertEqual(block("README.md", "example output"), output)
+
+    def test_invariants_are_quoted(self):
+        """They stand in the headers that keep them."""
+        names = []
+        for header in ("platform/Vesk/SlotWords.h", "src/Vesk/SlotWriter.h",
+                       "src/VeskCore/WriterHashMap.h"):
+            for invariant in re.findall("\n// (I[0-9].*(?:\n//     .*)*)", read(header)):
+                self.assertIn(plain(invariant), plain(read("docs/protocol.md")))
+                names.append(invariant.split()[0])
+        self.assertEqual(names, [f"I{number}" for number in range(1, 11)])
+
+    def test_links_lead_somewhere(self):
+        for document in map(pathlib.Path, ("README.md", "docs/architecture.md", "docs/layout.md",
+                                           "docs/protocol.md")):
+            links = re.findall(r"\]\((?!http)([^)#]*)#?([^)]*)\)", read(document))
+            self.assertTrue(links, document)
+            for file, anchor in links:
+                target = document.parent / file if file else document
+                self.assertTrue((PROJECT / target).exists(), f"{document}: {target}")
+                if anchor:
+                    self.assertIn(anchor, anchors(target), f"{document}: {target}#{anchor}")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
