@@ -82,7 +82,7 @@ class CollTable {
         const K key = value.key(); // the caller's value may go with what an observer does
         ++*isCount_;
         map_.safeWrite(value);
-        notify(key);
+        tell(key);
     }
     /// Publishes a value that was changed in place.
     void commit(const V* value) {
@@ -90,7 +90,7 @@ class CollTable {
         const K key = value->key();
         ++*isCount_;
         map_.directCommit();
-        notify(key);
+        tell(key);
     }
     /// Removes an entry and returns it; the default value when there is none.
     V del(const K& keyArgument) {
@@ -99,7 +99,7 @@ class CollTable {
         ++*delCount_;
         if (!map_.safeRemove(key)) return Ops::defaultValue();
         const V removed = map_.removed(); // an observer may remove another one
-        notify(key);
+        tell(key);
         return removed;
     }
     void delAll() {
@@ -120,9 +120,7 @@ class CollTable {
     }
     void notify(const K& key) {
         const Mox::KeepAlive alive(&coll_);
-        std::uint64_t* const count = notifyCount_;
-        coll_.notifieeList()->visit(attribute_, &key);
-        ++*count;
+        tell(key);
     }
     void notifyMountStatus() {
         const MoxSharedMem::MountStatus status = map_.mountStatus();
@@ -148,6 +146,13 @@ class CollTable {
     }
 
   private:
+    /// Tells the observers, one of whom may drop the last reference: the caller keeps the
+    /// collection meanwhile.
+    void tell(const K& key) {
+        coll_.notifieeList()->visit(attribute_, &key);
+        ++*notifyCount_;
+    }
+
     Coll& coll_;
     TableControl& control_;
     const char* name_;

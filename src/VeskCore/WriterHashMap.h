@@ -46,13 +46,8 @@ constexpr std::uint32_t successorBucket(std::uint32_t bucket, std::uint32_t orde
     const std::uint32_t numBuckets = 1U << (order & 31U);
     if (bucket < numBuckets / 2) return bucket + numBuckets / 2;
     if (order == 0 || order > 31) return 0xFFFFFFFFU % numBuckets;
-    // The reversed increment: leading ones become zeros, the first zero below them becomes one.
-    std::uint32_t bit = numBuckets / 2;
-    while (bit != 0 && (bucket & bit) != 0) {
-        bucket ^= bit;
-        bit >>= 1U;
-    }
-    return (bucket ^ bit) % numBuckets;
+    // An increment of the reversed number, whose `order` bits are the uppermost.
+    return Vesk::reverseBits(Vesk::reverseBits(bucket) + (1U << (32U - order))) % numBuckets;
 }
 
 template <class Ops>
@@ -79,6 +74,7 @@ class WriterHashMap : public Pello::Debuggable {
 
     /// After the bucket file was attached.
     void thresholdsUpdate() {
+        latest_ = {};
         growThreshold_ = buckets_.numBuckets();
         shrinkBucketsThreshold_ = buckets_.numBuckets() / 4;
     }
@@ -145,11 +141,26 @@ class WriterHashMap : public Pello::Debuggable {
         Vesk::SlotLink* curr; ///< the key's slot, else the first above it, else `prev`
     };
 
+    /// Where the latest lookup found its key. A change of the table begins with `find`, which
+    /// forgets it, so that it never outlives the links that it names.
+    struct Place {
+        Vesk::SlotLink* prev = nullptr;
+        std::uint32_t hash = 0;
+    };
+
+    /// Whether `find` may spare itself the walk of the lookup just before, as in counting: read,
+    /// add, write. Not while the walk is traced.
+    bool isLatest(const Key& key, std::uint32_t hash) const {
+        if (latest_.prev == nullptr || latest_.hash != hash || this->traceEnabled(9)) return false;
+        const std::uint32_t next = latest_.prev->next();
+        if (next > slots().highestSlot()) return false;
+        const Vesk::SlotWords& slot = slots().slot(next);
+        return slot.occupied() && Ops::equal(slots().keyOf(slot), key);
+    }
+
     auto& slots() const { return writer_.slotTable(); }
     std::uint32_t hashOf(const Key& key) const { return Ops::hash(key, writer_.hashSeed()); }
-    std::uint32_t bucketOf(const Vesk::SlotWords& slot) const {
-        return bucketOf(hashOf(slots().keyOf(slot)));
-    }
+    std::uint32_t hashOf(const Vesk::SlotWords& slot) const { return hashOf(slots().keyOf(slot)); }
 
     static Vesk::SlotWords& slotOf(Vesk::SlotLink* link) {
         return *reinterpret_cast<Vesk::SlotWords*>(link);
@@ -165,24 +176,19 @@ class WriterHashMap : public Pello::Debuggable {
         unknown // the hint is not good
     };
 
-    /// `following` is the slot or the bucket that the step leads to.
-    Step fastNext(const Key& key, const Vesk::IterHint& hint, std::uint32_t& following) const;
+    /// `following` is the slot or the bucket that the step leads to, `hash` that of the slot's key.
+    Step fastNext(const Key& key, const Vesk::IterHint& hint, std::uint32_t& following,
+                  std::uint32_t& hash) const;
     bool slowNext(const Key& key, Value& out, Vesk::IterHint& hint);
     void checkEnd(const char* operation, std::uint32_t bucket) const;
     void checkOccupied(const char* operation, const Vesk::SlotWords& slot,
                        std::uint32_t index) const;
-    /// Starts to fetch what an iteration visits after that slot.
-    void prefetchFollowing(const Vesk::SlotWords& slot) const {
-        const std::uint32_t next = slot.link.next();
-        const std::uint32_t bucket = Vesk::SlotLink::index(next);
-        if (!Vesk::SlotLink::leavesChain(next)) {
-            slots().prefetch(next);
-        } else if (bucket < buckets_.numBuckets()) {
-            __builtin_prefetch(&buckets_.rawWord(bucket));
-        }
-    }
+    /// Starts to fetch what an iteration visits some buckets after `bucket`. The order of the
+    /// buckets is known without reading any, so that the fetches of several chains overlap: their
+    /// words first, the first slots once the words are there, then the second slots.
+    [[gnu::always_inline]] void prefetchAfter(std::uint32_t bucket) const;
     void reportToValidator(const char* operation, const Vesk::SlotWords& slot, std::uint32_t index,
-                           bool slowPath = false);
+                           std::uint32_t hash, bool slowPath = false);
 
     /// The last link of a bucket's chain before the first slot that `leaves` tells to go.
     template <class Leaves>
@@ -190,6 +196,7 @@ class WriterHashMap : public Pello::Debuggable {
     std::uint64_t newDeadline() const;
     void maybeYield(std::uint64_t& deadline) const;
 
+    Place latest_;
     std::uint32_t growThreshold_ = 0;
     std::uint32_t shrinkBucketsThreshold_ = 0;
     BucketWriter<Vesk::SlotLink> buckets_;
@@ -236,6 +243,13 @@ inline auto WriterHashMap<Ops>::walk(const char* operation, const char* corruptK
 template <class Ops>
 inline bool WriterHashMap<Ops>::find(const Key& key, std::uint32_t bucket, Vesk::SlotLink*& prev,
                                      Vesk::SlotLink*& curr, std::uint32_t hash) {
+    if (isLatest(key, hash)) {
+        prev = latest_.prev;
+        curr = &slots().slot(prev->next()).link;
+        latest_ = {};
+        return true;
+    }
+    latest_ = {};
     const Walk end = walk("find", "slotId", key, bucket, hash);
     PELLO_TRACE(*this, 9, Tag("find"), "{} {}found curr:{} next:{}", key, end.found ? "" : "not ",
                 Vesk::SlotLink::index(end.prev->next()), Vesk::SlotLink::index(end.curr->next()));
@@ -254,6 +268,7 @@ inline auto WriterHashMap<Ops>::lookup(const Key& key, bool& found) -> const Val
         PELLO_TRACE(*this, 8, Tag("lookup"), "{} not found bucket:{}", key, bucket);
         return nullptr;
     }
+    latest_ = {end.prev, hash};
     const Vesk::SlotWords& slot = slotOf(end.curr);
     slots().lastReadIs(slot);
     PELLO_TRACE(*this, 9, Tag("lookup"), "{} found bucket:{} slotId:{}", key, bucket,
@@ -290,8 +305,8 @@ inline void WriterHashMap<Ops>::checkOccupied(const char* operation, const Vesk:
 
 template <class Ops>
 void WriterHashMap<Ops>::reportToValidator(const char* operation, const Vesk::SlotWords& slot,
-                                           std::uint32_t index, bool slowPath) {
-    const std::uint32_t rhash = Ops::rhash(hashOf(slots().keyOf(slot)));
+                                           std::uint32_t index, std::uint32_t hash, bool slowPath) {
+    const std::uint32_t rhash = Ops::rhash(hash);
     if (slot.rhash() != rhash) {
         if (slowPath) {
             raiseCorruption(operation,
@@ -306,10 +321,34 @@ void WriterHashMap<Ops>::reportToValidator(const char* operation, const Vesk::Sl
 }
 
 template <class Ops>
+inline void WriterHashMap<Ops>::prefetchAfter(std::uint32_t bucket) const {
+    constexpr std::uint32_t kStages = 4;  // the word, then three slots; few chains are longer
+    constexpr std::uint32_t kStep = 2;    // buckets from stage to stage
+    constexpr std::uint32_t kCached = 13; // order of the largest table that stays in the caches
+    const std::uint32_t order = buckets_.order();
+    if (order <= kCached || order > 31) return;
+    const std::uint32_t position = Vesk::reverseBits(bucket);
+    const auto wordOf = [&](std::uint32_t stage) -> const Vesk::SlotLink& {
+        const std::uint32_t ahead = (kStages - stage) * kStep;
+        return buckets_.rawWord(Vesk::reverseBits(position + (ahead << (32U - order))));
+    };
+    __builtin_prefetch(&wordOf(0));
+#pragma GCC unroll 4
+    for (std::uint32_t stage = 1; stage < kStages; ++stage) {
+        std::uint32_t link = wordOf(stage).next();
+        for (std::uint32_t i = 1; i < stage && link <= slots().highestSlot(); ++i) {
+            link = slots().slot(link).link.next();
+        }
+        slots().prefetch(link);
+    }
+}
+
+template <class Ops>
 bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::IterHint& hint) {
     const auto& table = slots();
     std::uint32_t current = bucketIndex;
     std::uint32_t head = buckets_[current].next();
+    prefetchAfter(current);
     for (std::uint32_t count = 0; Vesk::SlotLink::leavesChain(head);) {
         if (head == Vesk::SlotLink::kEnd) {
             checkEnd("first", current);
@@ -324,19 +363,20 @@ bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
         verifyNextBucket(current, next);
         head = buckets_[next].next();
         current = next;
+        prefetchAfter(current);
     }
     const Vesk::SlotWords& slot = table.slot(head);
     if (!slot.occupied()) [[unlikely]] {
         raiseCorruption("first", "slotId: {} from bucket: {} not marked as occupied", head,
                         current);
     }
-    prefetchFollowing(slot);
     slots().lastReadIs(slot);
     Ops::Marshall::fromSlot(out, slot.value());
-    if (bucketOf(slot) != current) [[unlikely]] {
+    const std::uint32_t hash = hashOf(slot);
+    if (bucketOf(hash) != current) [[unlikely]] {
         raiseCorruption("first", "corrupt key detected, slotId: {}", head);
     }
-    if (validator_ != nullptr) reportToValidator("first", slot, head);
+    if (validator_ != nullptr) reportToValidator("first", slot, head, hash);
     hint = {slot.sequence(), head, current};
     PELLO_TRACE(*this, 9, Tag("first"), "{} found at bucket {}", out, current);
     return true;
@@ -344,7 +384,7 @@ bool WriterHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
 
 template <class Ops>
 auto WriterHashMap<Ops>::fastNext(const Key& key, const Vesk::IterHint& hint,
-                                  std::uint32_t& following) const -> Step {
+                                  std::uint32_t& following, std::uint32_t& hash) const -> Step {
     const auto& table = slots();
     if (hint.slot >= table.capacity() || hint.slot > table.highestSlot() ||
         hint.bucket >= buckets_.numBuckets()) {
@@ -372,8 +412,9 @@ auto WriterHashMap<Ops>::fastNext(const Key& key, const Vesk::IterHint& hint,
     const Vesk::SlotWords& slot = table.slot(next);
     checkOccupied("next", slot, next);
     // The hint's bucket is the hinted slot's, unless the buckets were resized since.
-    const std::uint32_t bucket = bucketOf(slot);
-    if (bucket != hint.bucket && bucket != bucketOf(hinted)) [[unlikely]] {
+    hash = hashOf(slot);
+    const std::uint32_t bucket = bucketOf(hash);
+    if (bucket != hint.bucket && bucket != bucketOf(hashOf(hinted))) [[unlikely]] {
         raiseCorruption("next", "corrupt key detected, slotId: {}", next);
     }
     following = next;
@@ -384,9 +425,10 @@ template <class Ops>
 bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint& hint) {
     const Key key = keyArgument; // it may lie in `out`, or in the table
     std::uint32_t following = 0;
+    std::uint32_t hash = 0;
     Step step = Step::unknown;
     try {
-        step = fastNext(key, hint, following);
+        step = fastNext(key, hint, following, hash);
     } catch (const Pello::CorruptionDetectedException& e) {
         PELLO_TRACE(*this, 5, Tag("next"),
                     "saw exception in fast path: {}. This might be okay, dropping to slow path to "
@@ -405,8 +447,7 @@ bool WriterHashMap<Ops>::next(const Key& keyArgument, Value& out, Vesk::IterHint
         break;
     }
     const Vesk::SlotWords& slot = slots().slot(following);
-    if (validator_ != nullptr) reportToValidator("next", slot, following);
-    prefetchFollowing(slot);
+    if (validator_ != nullptr) reportToValidator("next", slot, following, hash);
     slots().lastReadIs(slot);
     Ops::Marshall::fromSlot(out, slot.value());
     const Vesk::IterHint saved{slot.sequence(), following, hint.bucket};
@@ -432,12 +473,13 @@ bool WriterHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hi
         const Vesk::SlotWords& slot = table.slot(link);
         checkOccupied("next", slot, link);
         const Key& slotKey = table.keyOf(slot);
-        if (bucketOf(hashOf(slotKey)) != bucket) [[unlikely]] {
+        const std::uint32_t slotHash = hashOf(slotKey);
+        if (bucketOf(slotHash) != bucket) [[unlikely]] {
             raiseCorruption("next", "corrupt key detected, slotId: {}", link);
         }
         PELLO_TRACE(*this, 9, Tag("next"), "{} comparing slot {} {}", key, link, slotKey);
         if (slot.rhash() > rhash || (slot.rhash() == rhash && Ops::less(key, slotKey))) {
-            if (validator_ != nullptr) reportToValidator("next", slot, link, true);
+            if (validator_ != nullptr) reportToValidator("next", slot, link, slotHash, true);
             slots().lastReadIs(slot);
             Ops::Marshall::fromSlot(out, slot.value());
             hint = {slot.sequence(), link, bucket};
