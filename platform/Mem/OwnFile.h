@@ -3,6 +3,7 @@
 #include "Pello/String.h"
 
 #include <cstdint>
+#include <fcntl.h>
 
 namespace Mem {
 
@@ -15,6 +16,10 @@ class OwnFile {
     OwnFile& operator=(OwnFile&& other) noexcept;
     OwnFile(const OwnFile&) = delete;
     OwnFile& operator=(const OwnFile&) = delete;
+
+    /// For a look at a small file of a table that need not be one's own: no link is followed, and
+    /// nothing that stands in the file's place makes the opener wait.
+    static constexpr int kReadFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 
     enum class Absent : std::uint8_t {
         isMade,

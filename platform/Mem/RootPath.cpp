@@ -101,6 +101,11 @@ void OruRootPath::makeFolder() const {
     if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
         Pello::raise<Pello::InvalidInitializeException>(tag, "{}", problem);
     }
+    checkFolders();
+}
+
+void OruRootPath::checkFolders() const {
+    const Pello::SourceTag tag("OruRootPath", "Mem/RootPath", "OruRootPath");
     for (Pello::String folder = path_; folder.size() > base_.size(); folder = parentOf(folder)) {
         struct stat status {};
         if (lstat(folder.c_str(), &status) != 0) continue;

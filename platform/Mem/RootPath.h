@@ -39,8 +39,11 @@ class OruRootPath {
     Pello::String filePath(const Pello::String& fileName) const { return path_ + "/" + fileName; }
 
     /// Makes the folder, and those above it, where they are missing. Throws
-    /// `InvalidInitializeException` when that fails.
+    /// `InvalidInitializeException` when that fails, and like `checkFolders`.
     void makeFolder() const;
+    /// Throws `InvalidInitializeException` when one of the folders below the base is a symbolic
+    /// link or belongs to another user.
+    void checkFolders() const;
 
     bool exists() const;
     bool hasFile(const Pello::String& fileName) const;

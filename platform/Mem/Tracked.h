@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <optional>
+#include <thread>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -20,7 +22,8 @@ class MemoryTracker {
         std::uint64_t size; ///< bytes mapped
     };
 
-    /// The blocks of the calling thread, in the order of their registration.
+    /// The blocks that the calling thread registered, in that order. A mapping belongs to the
+    /// thread of its table.
     static std::vector<Block> blocks();
 
   private:
@@ -28,11 +31,14 @@ class MemoryTracker {
     friend class Tracked;
 
     struct Entry {
+        std::thread::id thread;
         const std::type_info* tag;
         std::function<std::pair<Pello::String, std::uint64_t>()> describe;
     };
-    /// A table belongs to one thread, and so do the mappings under it.
-    static std::list<Entry>& entries();
+    using Place = std::list<Entry>::iterator;
+
+    static Place add(Entry entry);
+    static void remove(Place place);
 };
 
 /// A mapping of type `T` (`T::get()` leads to a `Mapping`) that is registered with the tracker from
@@ -42,21 +48,18 @@ class Tracked : public T {
   public:
     using T::T;
     ~Tracked() {
-        if (registered_) MemoryTracker::entries().erase(entry_);
+        if (place_) MemoryTracker::remove(*place_);
     }
 
     /// `tag` is the type whose name the block shall have. Once.
     void track(const std::type_info& tag) {
-        std::list<MemoryTracker::Entry>& entries = MemoryTracker::entries();
-        entry_ = entries.insert(
-            entries.end(),
-            {&tag, [this] { return std::pair(this->get()->name(), this->get()->size()); }});
-        registered_ = true;
+        place_ = MemoryTracker::add({std::this_thread::get_id(), &tag, [this] {
+                                         return std::pair(this->get()->name(), this->get()->size());
+                                     }});
     }
 
   private:
-    std::list<MemoryTracker::Entry>::iterator entry_;
-    bool registered_ = false;
+    std::optional<MemoryTracker::Place> place_;
 };
 
 } // namespace Mem

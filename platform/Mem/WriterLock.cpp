@@ -1,6 +1,7 @@
 #include "Mem/WriterLock.h"
 
 #include "Mem/OwnFile.h"
+#include "Pello/Fork.h"
 #include "Pello/Process.h"
 #include "Zint/PloxetAcceptSm.h"
 
@@ -9,7 +10,6 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <pthread.h>
 #include <unistd.h>
 
 namespace Mem {
@@ -24,15 +24,12 @@ struct Registry {
 Registry& registry() {
     static auto* const instance = new Registry;
     static const bool hooked = [] {
-        pthread_atfork([] { registry().mutex.lock(); }, [] { registry().mutex.unlock(); },
-                       [] {
-                           Registry& inherited = registry();
-                           for (const auto& [path, fd] : inherited.locks) {
-                               close(fd);
-                           }
-                           inherited.locks.clear();
-                           inherited.mutex.unlock();
-                       });
+        Pello::atFork(instance->mutex, [] {
+            for (const auto& [path, fd] : registry().locks) {
+                close(fd);
+            }
+            registry().locks.clear();
+        });
         return true;
     }();
     static_cast<void>(hooked);
@@ -102,7 +99,14 @@ Pello::String livingOwner(const Pello::Platform::DebugHandler& handler,
 
 } // namespace
 
+WriterLock::Hold::Hold(Pello::String path)
+    : path_(std::move(path))
+    , process_(getpid()) {}
+
+bool WriterLock::Hold::stands() const { return process_ == getpid(); }
+
 WriterLock::Hold::~Hold() {
+    if (!stands()) return;
     Registry& r = registry();
     const std::lock_guard lock(r.mutex);
     const auto held = r.locks.find(path_);
@@ -153,7 +157,7 @@ WriterLock::acquireWriterLock(const Pello::Platform::DebugHandler& handler,
 
 bool WriterLock::ownerIsMe(const Pello::Platform::DebugHandler& handler,
                            const Pello::String& socketName) {
-    const Pello::String& own = Zint::PloxetAcceptSm::ploxetAcceptSm().socketName();
+    const Pello::String own = Pello::ProcessId::self().text();
     PELLO_TRACE(handler, 5, tagOf("ownerIsMe"), "{} own:{}", socketName, own);
     return socketName == own;
 }

@@ -15,6 +15,7 @@
 #include "SharedMem/OwnerFile.h"
 
 #include <memory>
+#include <sys/types.h>
 
 namespace Mem {
 
@@ -23,14 +24,17 @@ class WriterLock {
     /// A right to the files of a root path; ends with this object.
     class Hold {
       public:
-        explicit Hold(Pello::String path)
-            : path_(std::move(path)) {}
+        explicit Hold(Pello::String path);
         ~Hold();
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;
 
+        /// False in a forked child, where the object is a mere copy.
+        bool stands() const;
+
       private:
         Pello::String path_;
+        pid_t process_;
     };
 
     /// Makes this process the only one that may change the files, for attaching a writer or,
@@ -41,7 +45,7 @@ class WriterLock {
                                                    const SharedMem::OwnerFile& ownerFile,
                                                    bool cleanup);
 
-    /// True when an accept socket of that name is this process's own.
+    /// True when an accept socket of that name is this process's own, or would be.
     static bool ownerIsMe(const Pello::Platform::DebugHandler& handler,
                           const Pello::String& socketName);
 

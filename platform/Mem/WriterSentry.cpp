@@ -1,9 +1,11 @@
 #include "Mem/WriterSentry.h"
 
-#include "SharedMem/RavoFile.h"
 #include "Vesk/Util.h"
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
+#include <utility>
 
 namespace Mem {
 
@@ -18,15 +20,25 @@ Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) 
 } // namespace
 
 WriterSentry::WriterSentry(std::shared_ptr<Pello::Platform::DebugHandler> handler,
-                           Notifiee& notifiee, const OruRootPath& rootPath)
+                           Notifiee& notifiee, const OruRootPath& rootPath,
+                           std::vector<Pello::String> files)
     : Debuggable(std::move(handler))
     , notifiee_(notifiee)
     , rootPath_(rootPath)
-    , watch_(rootPath.path(), [this] { mountAttempt("files changed", false); }) {}
+    , watch_(rootPath.path(), [this] { mountAttempt("files changed", false); })
+    , files_(std::move(files)) {}
+
+std::vector<Pello::String> WriterSentry::missing() const {
+    std::vector<Pello::String> names;
+    std::copy_if(files_.begin(), files_.end(), std::back_inserter(names),
+                 [this](const Pello::String& name) { return !rootPath_.hasFile(name); });
+    return names;
+}
 
 bool WriterSentry::due() const {
-    return rootPath_.hasFile(Vesk::Util::CORRUPTION_FILENAME) ||
-           (!lossKnown_ && !rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME));
+    if (rootPath_.hasFile(Vesk::Util::CORRUPTION_FILENAME)) return true;
+    const std::vector<Pello::String> gone = missing();
+    return !gone.empty() && gone != knownMissing_;
 }
 
 void WriterSentry::mountAttempt(const Pello::String& event, bool force) {
@@ -47,7 +59,7 @@ void WriterSentry::check() {
     } catch (const Pello::Exception& e) {
         PELLO_TRACE(*this, 0, tagOf("check"), "{} {}", rootPath_, e.message());
     }
-    lossKnown_ = !rootPath_.hasFile(SharedMem::RavoFile::RAVO_NAME);
+    knownMissing_ = missing();
     PELLO_TRACE(*this, ok ? 1U : 0U, tagOf("check"), "{} ravoId:{} checked, {}", rootPath_,
                 notifiee_.ravoId(), ok ? "sound" : "not sound");
 }

@@ -8,13 +8,14 @@
 #include "SharedMem/RavoId.h"
 
 #include <memory>
+#include <vector>
 
 namespace Mem {
 
 /// Looks after the files of a table that this process writes, from the loop of the thread that made
 /// it: a reader that finds the table corrupt leaves a marker there, and the writer then checks its
-/// files and the table itself; the same when a file goes missing. In a process that never runs its
-/// loop nothing is looked at but on request.
+/// files and the table itself; the same when one of its files goes missing. In a process that never
+/// runs its loop nothing is looked at but on request.
 class WriterSentry : public Sentry, private Pello::Debuggable {
   public:
     /// The front of the table.
@@ -28,8 +29,9 @@ class WriterSentry : public Sentry, private Pello::Debuggable {
         virtual bool changing() const = 0;
     };
 
+    /// `files` are the names of the table's files.
     WriterSentry(std::shared_ptr<Pello::Platform::DebugHandler> handler, Notifiee& notifiee,
-                 const OruRootPath& rootPath);
+                 const OruRootPath& rootPath, std::vector<Pello::String> files);
 
     /// Checks files and table when a reader has left its marker, or a file is gone; with `force` in
     /// any case. The result is traced at level 1, or 0 when something is wrong. In the midst of a
@@ -37,6 +39,7 @@ class WriterSentry : public Sentry, private Pello::Debuggable {
     void mountAttempt(const Pello::String& event, bool force) override;
 
   private:
+    std::vector<Pello::String> missing() const;
     bool due() const;
     void check();
 
@@ -44,7 +47,8 @@ class WriterSentry : public Sentry, private Pello::Debuggable {
     OruRootPath rootPath_;
     FolderWatch watch_;
     Pello::Loop::Handle later_;
-    bool lossKnown_ = false; ///< a missing file is reported once
+    std::vector<Pello::String> files_;
+    std::vector<Pello::String> knownMissing_; ///< a loss is reported once
 };
 
 } // namespace Mem

@@ -1,11 +1,14 @@
 #include "SharedMem/OwnerFile.h"
 
 #include "Mem/OwnFile.h"
+#include "Pello/Fork.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
+#include <set>
 #include <span>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -69,6 +72,38 @@ void textIs(std::array<char, N>& field, const Pello::String& text, const char* w
     std::copy(text.begin(), text.end(), field.begin());
 }
 
+/// The descriptors that hold locks. A child that another thread forks meanwhile would keep the lock
+/// for as long as it lives.
+struct LockedFiles {
+    std::mutex mutex;
+    std::set<int> descriptors;
+
+    void add(int fd) {
+        const std::lock_guard lock(mutex);
+        descriptors.insert(fd);
+    }
+    /// In a forked child the descriptor is closed already, and its number may be another file's.
+    void close(int fd) {
+        const std::lock_guard lock(mutex);
+        if (descriptors.erase(fd) != 0) ::close(fd);
+    }
+};
+
+LockedFiles& lockedFiles() {
+    static auto* const instance = new LockedFiles;
+    static const bool hooked = [] {
+        Pello::atFork(instance->mutex, [] {
+            for (const int fd : lockedFiles().descriptors) {
+                close(fd);
+            }
+            lockedFiles().descriptors.clear();
+        });
+        return true;
+    }();
+    static_cast<void>(hooked);
+    return *instance;
+}
+
 } // namespace
 
 OwnerFile::Record OwnerFile::Record::fresh() {
@@ -112,7 +147,7 @@ OwnerFile::OwnerFile(std::shared_ptr<Pello::Platform::DebugHandler> handler,
 }
 
 OwnerFile::~OwnerFile() {
-    if (fd_ >= 0) close(fd_); // lets the lock go
+    if (fd_ >= 0) lockedFiles().close(fd_); // lets the lock go
 }
 
 void OwnerFile::lock(Absent absent) {
@@ -131,12 +166,16 @@ void OwnerFile::lock(Absent absent) {
             absent == Absent::isMade ? Mem::OwnFile::Absent::isMade : Mem::OwnFile::Absent::isError,
             error);
         if (!file.isOpen()) fail("open", error);
-        if (!Mem::lockWhole(file.fd(), true)) fail("lock", std::strerror(errno));
-        // A clean-up may have removed the file while this waited: then the lock guards nothing.
-        if (!Mem::leadsTo(path_, file.fd())) continue;
-        struct stat status {};
-        if (fstat(file.fd(), &status) != 0) fail("examine", std::strerror(errno));
         fd_ = file.release();
+        lockedFiles().add(fd_);
+        if (!Mem::lockWhole(fd_, true)) fail("lock", std::strerror(errno));
+        // A clean-up may have removed the file while this waited: then the lock guards nothing.
+        if (!Mem::leadsTo(path_, fd_)) {
+            lockedFiles().close(std::exchange(fd_, -1));
+            continue;
+        }
+        struct stat status {};
+        if (fstat(fd_, &status) != 0) fail("examine", std::strerror(errno));
         created_ = status.st_size == 0;
         if (created_) write(Record::fresh());
         return;
@@ -151,7 +190,7 @@ OwnerFile::Record OwnerFile::read() const {
     }
     // Two tries: an update half done is over by the second.
     for (int attempt = 0; attempt < 2; ++attempt) {
-        const int fd = fd_ >= 0 ? fd_ : open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+        const int fd = fd_ >= 0 ? fd_ : open(path_.c_str(), Mem::OwnFile::kReadFlags);
         record = Record();
         const bool whole = fd >= 0 && pread(fd, &record, sizeof record, 0) == sizeof record;
         if (fd >= 0 && fd != fd_) close(fd);

@@ -5,7 +5,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -43,7 +42,7 @@ RavoFile::RavoFile(Pello::Platform::DebugHandler& handler, const Mem::OruRootPat
 
 RavoId RavoFile::read() const {
     if (local_) return localId_;
-    const File file(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    const File file(open(path_.c_str(), Mem::OwnFile::kReadFlags));
     Record record{};
     if (file.fd < 0 || pread(file.fd, record.data(), sizeof record, 0) != sizeof record) return {};
     const bool sound = record[0] == kMagic && record[2] == ~record[1] && record[3] == kFormat;

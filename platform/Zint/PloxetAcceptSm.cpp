@@ -2,6 +2,7 @@
 
 #include "Mem/RootPath.h"
 #include "Pello/Exception.h"
+#include "Pello/Fork.h"
 #include "Pello/Process.h"
 
 #include <cerrno>
@@ -10,7 +11,6 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -57,10 +57,9 @@ PloxetAcceptSm& PloxetAcceptSm::ploxetAcceptSm() {
     static const bool hooked = [] {
         std::atexit([] { registry().socket.reset(); });
         // A child must neither keep the parent's socket open nor remove its name.
-        pthread_atfork(nullptr, nullptr, [] {
-            Registry& inherited = registry();
-            if (inherited.socket) inherited.socket->forget();
-            inherited.socket.reset();
+        Pello::atFork(registry().mutex, [] {
+            if (registry().socket) registry().socket->forget();
+            registry().socket.reset();
         });
         return true;
     }();

@@ -140,12 +140,10 @@ void MoxVeskMap<Coll, W, K, Ops>::_memberDelAll() {
 }
 
 template <class Coll, class W, class K, class Ops>
-bool MoxVeskMap<Coll, W, K, Ops>::validateFiles(const Pello::String& /*name*/,
-                                                unsigned int /*size*/) {
+bool MoxVeskMap<Coll, W, K, Ops>::validateFiles(const Pello::String& name, unsigned int size) {
     PELLO_TRACE(*this->debugHandler_, 5, tagOf("validateFiles"),
                 "delegating to VeskMap::validateFiles");
-    PELLO_TRACE(*this->debugHandler_, 5, tagOf("validateFiles"), "{}", this->rootPath());
-    return this->impl().validateFiles();
+    return Front::validateFiles(name, size);
 }
 
 } // namespace MoxVesk

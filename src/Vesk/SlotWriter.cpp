@@ -230,7 +230,14 @@ void SlotWriterBase::shrinkThresholdUpdate() {
     PELLO_TRACE(*this, 5, tagOf("shrinkThreshold"), "shrinkThreshold_:{}", shrinkThreshold_);
 }
 
-void SlotWriterBase::failReentrancy() const {
+void SlotWriterBase::checkAttached(const char* operation) const {
+    if (!attached()) {
+        Pello::fatal(debugHandler().get(), tagOf(operation), "not attached: {}", rootPath_);
+    }
+}
+
+void SlotWriterBase::failEntry() const {
+    checkAttached("enterCriticalSection");
     Pello::fatal(debugHandler().get(), tagOf("enterCriticalSection"),
                  "Vesk reentrancy detected: {}", rootPath_);
 }

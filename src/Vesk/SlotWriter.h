@@ -80,10 +80,13 @@ class SlotWriterBase : public SlotTableBase {
     /// `TableFullException`.
     [[noreturn]] void alloc();
 
-    /// Keeps I7.
+    /// Fatal for a table that has no files: one whose attaching failed.
+    void checkAttached(const char* operation) const;
+
+    /// Keeps I7. Fatal when a change is under way, and like `checkAttached`.
     void enterCriticalSection() {
-        if (header_->inCriticalSection()) [[unlikely]]
-            failReentrancy();
+        if (header_ == nullptr || header_->inCriticalSection()) [[unlikely]]
+            failEntry();
         header_->criticalSectionIs(true);
     }
     void leaveCriticalSection() { header_->criticalSectionIs(false); }
@@ -95,7 +98,7 @@ class SlotWriterBase : public SlotTableBase {
     void format(SharedMem::RavoId id);
     void remapForAttach(std::uint64_t size);
     void shrinkThresholdUpdate();
-    [[noreturn]] void failReentrancy() const;
+    [[noreturn]] void failEntry() const;
 
     bool notifying_;
     const void* defaultValue_;
@@ -189,8 +192,9 @@ class SlotWriterTable final : public SlotTable<Ops, SlotWriterBase> {
         slot.endRewrite();
     }
 
-    /// Starts to fetch a slot that is needed soon; an index that is none is ignored.
-    void prefetch(std::uint32_t index) const {
+    /// Starts to fetch a slot that is needed soon; an index that is none is ignored. Inlined, for
+    /// the compiler drops calls of functions that do nothing but prefetch.
+    [[gnu::always_inline]] void prefetch(std::uint32_t index) const {
         constexpr std::size_t kCacheLine = 64;
         if (index > this->highestSlot_) return;
         const std::byte* const slot = this->slots_ + std::size_t{index} * this->kSlotSize;

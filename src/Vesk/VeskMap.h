@@ -12,6 +12,7 @@
 #include "Mem/WriterSentry.h"
 #include "Pello/Util.h"
 #include "SharedMem/OwnerFile.h"
+#include "SharedMem/RavoFile.h"
 #include "Vesk/VeskDummy.h"
 #include "Vesk/VeskMapBase.h"
 #include "Vesk/VeskWriter.h"
@@ -161,10 +162,11 @@ class VeskMap : public VeskMapBase, public Mem::WriterSentry::Notifiee {
     void initReader();
     void initWriter();
 
+    // Inlined, because a closure that goes through memory costs more than a small read.
     template <class Read>
-    bool guardedRead(Read read) const;
+    [[gnu::always_inline]] bool guardedRead(Read&& read) const;
     template <class Change>
-    auto guardedChange(const char* operation, Change change);
+    [[gnu::always_inline]] auto guardedChange(const char* operation, Change&& change);
 
     Ops ops_;
     std::unique_ptr<Interface> impl_;
@@ -286,14 +288,17 @@ void VeskMap<Ops>::initWriter() {
             tagOf("init"), "failed to initialize collection {}", name_);
     }
     if (!descriptor_.localMem && descriptor_.type == VeskType::writer) {
-        mounter_ = std::make_unique<Mem::WriterSentry>(debugHandler_, *this, impl_->rootPath());
+        mounter_ = std::make_unique<Mem::WriterSentry>(
+            debugHandler_, *this, impl_->rootPath(),
+            std::vector<Pello::String>{SharedMem::RavoFile::RAVO_NAME,
+                                       SharedMem::OwnerFile::FILENAME, SlotTableBase::FILENAME,
+                                       VeskCore::BucketWriter<SlotLink>::FILENAME});
         mounter_->mountAttempt(eventInit_, false);
     }
 }
 
 template <class Ops>
 void VeskMap<Ops>::installDummy() {
-    // The placeholder's constructor may throw; the implementation is not given away before.
     std::unique_ptr<Interface> replaced = std::move(impl_);
     if (orphanAssert_) {
         impl_ =
@@ -423,7 +428,7 @@ bool VeskMap<Ops>::changing() const {
 
 template <class Ops>
 template <class Read>
-bool VeskMap<Ops>::guardedRead(Read read) const {
+inline bool VeskMap<Ops>::guardedRead(Read&& read) const {
     try {
         return read();
     } catch (const Pello::CorruptionDetectedException& e) {
@@ -456,7 +461,7 @@ bool VeskMap<Ops>::safeNext(const Key& key, Value& out, IterHint& hint) const {
 
 template <class Ops>
 template <class Change>
-auto VeskMap<Ops>::guardedChange(const char* operation, Change change) {
+inline auto VeskMap<Ops>::guardedChange(const char* operation, Change&& change) {
     try {
         return change();
     } catch (const Pello::CorruptionDetectedException& e) {

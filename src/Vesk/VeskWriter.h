@@ -108,7 +108,10 @@ class VeskWriter : public VeskInterface<Ops>,
     void validateVersionAnchorHookIs(VersionAnchorHook hook) override { anchorHook_ = hook; }
     void criticalTaskCheckIs(bool check) override { criticalTaskCheck_ = check; }
     bool criticalTaskCheck() const override { return criticalTaskCheck_; }
-    void scratchpadIs(std::uint64_t word) override { slots_.header().scratchpadIs(word); }
+    void scratchpadIs(std::uint64_t word) override {
+        slots_.checkAttached("scratchpadIs");
+        slots_.header().scratchpadIs(word);
+    }
     std::uint64_t scratchpad() const override {
         return slots_.attached() ? slots_.header().scratchpad() : 0;
     }
@@ -570,11 +573,12 @@ template <class Ops>
 bool VeskWriter<Ops>::validateFiles() {
     hashMap_.buckets().validateFile();
     Util::validateFile(slots_.mapping());
-    // A table in process memory has no file that could hold another identity.
+    // A table in process memory has no file that could hold another identity; a marker is that of
+    // its namesake in shared memory.
     if (!life_.localMem())
         SharedMem::RavoFile(*debugHandler(), rootPath_, false).validate(ravoId());
     life_.validateOwnerFile();
-    rootPath_.removeFile(Util::CORRUPTION_FILENAME);
+    if (!life_.localMem()) rootPath_.removeFile(Util::CORRUPTION_FILENAME);
     return true;
 }
 

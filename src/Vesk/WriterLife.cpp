@@ -47,7 +47,9 @@ void WriterLife::attach() {
     rootPath_.makeFolder();
     try {
         owner.lock();
-        hold_ = Mem::WriterLock::acquireWriterLock(*debugHandler(), rootPath_, owner, false);
+        if (!hold_ || !hold_->stands()) { // kept by an attempt that failed
+            hold_ = Mem::WriterLock::acquireWriterLock(*debugHandler(), rootPath_, owner, false);
+        }
     } catch (...) {
         removeWhatWasMade(owner);
         throw;
@@ -59,14 +61,15 @@ void WriterLife::attach() {
         attachFiles(owner);
     } catch (...) {
         if (std::exchange(owner_, false)) guarded([&] { clearPloxetInfo(owner); });
-        // Files that were there stay mapped: a core dump shall show what was wrong with them.
+        // Files that were there stay mapped, and locked: a core dump shall show what was wrong
+        // with them.
         if (!hadTable) {
             parts_.detachFiles();
             parts_.removeFiles();
         }
         if (!hadIdentity) rootPath_.removeFile(SharedMem::RavoFile::RAVO_NAME);
         removeWhatWasMade(owner);
-        hold_.reset();
+        if (!hadTable) hold_.reset();
         throw;
     }
 }
@@ -180,11 +183,17 @@ void WriterLife::cleanup() {
     PELLO_TRACE(*this, 5, tagOf("cleanup"), "owner:{} localMem_:{} rootPath:{}", owner_, localMem_,
                 rootPath_);
     if (!rootPath_.exists()) return;
+    rootPath_.checkFolders();
     SharedMem::OwnerFile owner = ownerFile(false);
-    owner.lock();
     std::unique_ptr<Mem::WriterLock::Hold> hold;
-    if (!hold_) {
-        hold = Mem::WriterLock::acquireWriterLock(*debugHandler(), rootPath_, owner, true);
+    try {
+        owner.lock();
+        if (!hold_ || !hold_->stands()) {
+            hold = Mem::WriterLock::acquireWriterLock(*debugHandler(), rootPath_, owner, true);
+        }
+    } catch (...) {
+        removeWhatWasMade(owner);
+        throw;
     }
     owner_ = owner.validate();
     if (!owner_) {
