@@ -124,7 +124,7 @@ int runAgent(const AgentOptions& options) {
     }
     if (captures.empty()) return code;
 
-    if (const std::string problem = Mem::RootPath::makeFolders(Mem::RootPath::base());
+    if (const std::string problem = Mem::RootPath::makeOwnFolders(Mem::RootPath::base());
         !problem.empty()) {
         complain(problem);
         return exitFailed;

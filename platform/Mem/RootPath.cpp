@@ -76,6 +76,30 @@ Pello::String makeFolders(const Pello::String& folder) {
     return problem;
 }
 
+Pello::String folderProblem(const Pello::String& folder) {
+    struct stat status {};
+    for (Pello::String path = folder; path.size() > base().size(); path = parentOf(path)) {
+        if (lstat(path.c_str(), &status) != 0) continue;
+        if (!S_ISDIR(status.st_mode)) {
+            return fmt::format("cannot use folder {}: {}", path,
+                               S_ISLNK(status.st_mode) ? "a symbolic link" : "not a folder");
+        }
+        if (status.st_uid != geteuid()) {
+            return fmt::format("cannot use folder {}: belongs to user {}", path, status.st_uid);
+        }
+    }
+    // The base may be a link, and root's, as the administrator likes it.
+    if (stat(base().c_str(), &status) == 0 && status.st_uid != geteuid() && status.st_uid != 0) {
+        return fmt::format("cannot use folder {}: belongs to user {}", base(), status.st_uid);
+    }
+    return {};
+}
+
+Pello::String makeOwnFolders(const Pello::String& folder) {
+    const Pello::String problem = makeFolders(folder);
+    return problem.empty() ? folderProblem(folder) : problem;
+}
+
 } // namespace RootPath
 
 OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pello::String& name,
@@ -96,28 +120,14 @@ OruRootPath::OruRootPath(const Pello::Platform::DebugHandler& handler, const Pel
     PELLO_TRACE(handler, 5, tag, "{}", path_);
 }
 
-void OruRootPath::makeFolder() const {
-    const Pello::SourceTag tag("OruRootPath", "Mem/RootPath", "OruRootPath");
-    if (const Pello::String problem = RootPath::makeFolders(path_); !problem.empty()) {
-        Pello::raise<Pello::InvalidInitializeException>(tag, "{}", problem);
-    }
-    checkFolders();
-}
+void OruRootPath::makeFolder() const { refuse(RootPath::makeOwnFolders(path_)); }
 
-void OruRootPath::checkFolders() const {
-    const Pello::SourceTag tag("OruRootPath", "Mem/RootPath", "OruRootPath");
-    for (Pello::String folder = path_; folder.size() > base_.size(); folder = parentOf(folder)) {
-        struct stat status {};
-        if (lstat(folder.c_str(), &status) != 0) continue;
-        if (!S_ISDIR(status.st_mode)) {
-            Pello::raise<Pello::InvalidInitializeException>(
-                tag, "cannot use folder {}: a symbolic link", folder);
-        }
-        if (status.st_uid != geteuid()) {
-            Pello::raise<Pello::InvalidInitializeException>(
-                tag, "cannot use folder {}: belongs to user {}", folder, status.st_uid);
-        }
-    }
+void OruRootPath::checkFolders() const { refuse(RootPath::folderProblem(path_)); }
+
+void OruRootPath::refuse(const Pello::String& problem) {
+    if (problem.empty()) return;
+    Pello::raise<Pello::InvalidInitializeException>({"OruRootPath", "Mem/RootPath", "OruRootPath"},
+                                                    "{}", problem);
 }
 
 bool OruRootPath::hasFile(const Pello::String& fileName) const {

@@ -21,6 +21,14 @@ const Pello::String& base();
 /// empty on success.
 Pello::String makeFolders(const Pello::String& folder);
 
+/// Why this process must not change what lies in a folder: it, or one between it and the base, is
+/// a symbolic link or another user's; or the base is neither this user's nor root's. Empty when it
+/// may, also for a folder that does not exist.
+Pello::String folderProblem(const Pello::String& folder);
+
+/// `makeFolders`, then `folderProblem`.
+Pello::String makeOwnFolders(const Pello::String& folder);
+
 } // namespace RootPath
 
 /// The folder of one table's files: `<base>/<name>`.
@@ -41,8 +49,7 @@ class OruRootPath {
     /// Makes the folder, and those above it, where they are missing. Throws
     /// `InvalidInitializeException` when that fails, and like `checkFolders`.
     void makeFolder() const;
-    /// Throws `InvalidInitializeException` when one of the folders below the base is a symbolic
-    /// link or belongs to another user.
+    /// Throws `InvalidInitializeException` when there is a `RootPath::folderProblem`.
     void checkFolders() const;
 
     bool exists() const;
@@ -55,6 +62,8 @@ class OruRootPath {
     void removeEmptyFolders() const;
 
   private:
+    static void refuse(const Pello::String& problem);
+
     Pello::String name_;
     Pello::String path_;
     Pello::String base_;

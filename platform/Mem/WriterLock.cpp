@@ -138,7 +138,7 @@ WriterLock::acquireWriterLock(const Pello::Platform::DebugHandler& handler,
     Pello::String reason;
     int fd = -1;
     for (int attempt = 0; attempt < 3 && fd < 0; ++attempt) {
-        reason = RootPath::makeFolders(folder);
+        reason = RootPath::makeOwnFolders(folder);
         if (reason.empty()) fd = lockFile(path, reason);
         if (fd < 0 && access(folder.c_str(), F_OK) == 0) break;
     }

@@ -56,4 +56,16 @@ class AllocTrackTypeInfo {
     std::atomic<std::int64_t> bytes_{0};
 };
 
+/// Base of a class `T` whose objects lie in a slab and are tracked for as long as they live.
+template <class T>
+class Tracked {
+  public:
+    Tracked(const Tracked&) = delete;
+    Tracked& operator=(const Tracked&) = delete;
+
+  protected:
+    Tracked() { AllocTrackTypeInfo::of<T>()._trackAllocationNoOverhead(sizeof(T)); }
+    ~Tracked() { AllocTrackTypeInfo::of<T>()._trackDeallocationNoOverhead(sizeof(T)); }
+};
+
 } // namespace Mox

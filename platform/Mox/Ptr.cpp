@@ -8,14 +8,20 @@ void PtrInterface::zeroReferencesIs(bool zero) {
     if (!zero) return;
     NotifieeList* const list = notifieeList();
     if (list == nullptr || !notificationActive_) {
-        delete this;
+        end();
         return;
     }
     // A reference of the object's own, so that taking and dropping one below ends nothing.
     newRef();
     list->visitZeroReferences();
     const bool taken = list->hasBookkeeper();
-    if (adjust(-1) == 0 && !taken) delete this;
+    if (adjust(-1) == 0 && !taken) end();
+}
+
+void PtrInterface::end() {
+    constexpr std::uint32_t kEnding = 1U << 31U;
+    count_ = kEnding;
+    delete this;
 }
 
 void NotifieeList::newMember(const PtrInterface* /*owner*/, const Notifiee& notifiee,

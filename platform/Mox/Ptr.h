@@ -45,7 +45,7 @@ class PtrInterface {
     virtual ~PtrInterface() = default;
 
     bool hasNotificationActive() const { return notificationActive_; }
-    std::uint32_t references() const { return count_; }
+    std::uint32_t references() const { return __atomic_load_n(&count_, __ATOMIC_RELAXED); }
 
     void newRef() const { adjust(1); }
     void deleteRef() const {
@@ -54,6 +54,9 @@ class PtrInterface {
     }
 
   private:
+    /// Deletes the object. References that are taken and dropped meanwhile do not do so again.
+    void end();
+
     /// Returns the new count.
     std::uint32_t adjust(int by) const {
         const auto step = static_cast<std::uint32_t>(by);
@@ -135,6 +138,11 @@ class PtrInterface::NotifieeConst : public PtrInterface {
 class NotifieeList {
   public:
     using Notifiee = Ptr<PtrInterface::NotifieeConst>;
+
+    NotifieeList() = default;
+    ~NotifieeList() { deleteAll(); } // while the list can still take what the members do to it
+    NotifieeList(const NotifieeList&) = delete;
+    NotifieeList& operator=(const NotifieeList&) = delete;
 
     /// `observer` false is for a bookkeeper.
     void newMember(const PtrInterface* owner, const Notifiee& notifiee, bool observer);

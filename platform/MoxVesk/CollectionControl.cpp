@@ -1,11 +1,15 @@
 #include "MoxVesk/CollectionControl.h"
 
-#include "Mox/AllocTrack.h"
 #include "Pello/Exception.h"
 
 #include <utility>
 
 namespace MoxSharedMem {
+
+void CollectionControl::notify(Mox::AttributeId attribute) {
+    const Mox::KeepAlive alive(this); // an observer may let it go
+    if (hasNotificationActive()) notifiees_.visit(attribute);
+}
 
 void CollectionControl::mountStatusIs(MountStatus status) {
     if (std::exchange(mountStatus_, status) != status) notify(mountStatusAttribute);
@@ -17,16 +21,12 @@ namespace MoxVesk {
 
 CollectionControl::CollectionControl(Vesk::ControlBase& front)
     : front_(&front) {
-    front.observerIs(this);
-    Mox::AllocTrackTypeInfo::of<CollectionControl>()._trackAllocationNoOverhead(
-        sizeof(CollectionControl));
+    front.observerAdd(this);
 }
 
 CollectionControl::~CollectionControl() {
     if (cached_ != nullptr) *cached_ = nullptr;
-    if (front_ != nullptr) front_->observerIs(nullptr);
-    Mox::AllocTrackTypeInfo::of<CollectionControl>()._trackDeallocationNoOverhead(
-        sizeof(CollectionControl));
+    if (front_ != nullptr) front_->observerDel(this);
 }
 
 void CollectionControl::quiescedIs(bool quiesced) {

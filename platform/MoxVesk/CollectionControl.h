@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Mox/AllocTrack.h"
 #include "Mox/Ptr.h"
 #include "MoxSharedMem/MountStatus.h"
 #include "MoxVesk/Entity.h"
@@ -24,9 +25,7 @@ class CollectionControl : public Mox::PtrInterface, public Pemble::SlabAllocated
     void entityRefIs(const Mox::Ptr<const Mox::PtrInterface>& entity) { entityRef_ = entity; }
 
   protected:
-    void notify(Mox::AttributeId attribute) {
-        if (hasNotificationActive()) notifiees_.visit(attribute);
-    }
+    void notify(Mox::AttributeId attribute);
 
   private:
     mutable Mox::NotifieeList notifiees_;
@@ -41,6 +40,7 @@ namespace MoxVesk {
 /// The handle by which a table is driven: brought into use, cleaned up, asked for its state. It
 /// may outlive the table; its operations then throw.
 class CollectionControl final : public MoxSharedMem::CollectionControl,
+                                private Mox::Tracked<CollectionControl>,
                                 private Vesk::ControlBase::Observer {
   public:
     explicit CollectionControl(Vesk::ControlBase& front);

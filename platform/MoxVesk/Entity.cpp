@@ -56,17 +56,24 @@ Mox::Ptr<Entity> Directory::entity(const Pello::String& name) const {
     return entry != entities_.end() ? entry->second : nullptr;
 }
 
-Mox::Ptr<Directory> Directory::directory(const Pello::String& path) {
+Mox::Ptr<Directory> Directory::directory(const Pello::String& path) { return descend(path, true); }
+
+Mox::Ptr<Directory> Directory::existingDirectory(const Pello::String& path) {
+    return descend(path, false);
+}
+
+Mox::Ptr<Directory> Directory::descend(const Pello::String& path, bool make) {
     if (path.empty()) return this;
     const std::size_t slash = path.find('/');
     const Pello::String name = path.substr(0, slash);
     const Mox::Ptr<Entity> found = entity(name);
     Mox::Ptr<Directory> next = dynamic_cast<Directory*>(found.get());
+    if (!next && !make) return nullptr;
     if (!next) {
         next = new Directory(name);
         entityIs(name, Mox::Ptr<Entity>(next)); // refuses a name that something else has
     }
-    return slash == Pello::String::npos ? next : next->directory(path.substr(slash + 1));
+    return slash == Pello::String::npos ? next : next->descend(path.substr(slash + 1), make);
 }
 
 } // namespace MoxVesk

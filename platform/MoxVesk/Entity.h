@@ -61,8 +61,12 @@ class Directory final : public Entity {
     /// The directory at a path of names joined with '/', made as far as it is missing; this one
     /// for an empty path. Throws when something else has one of the names.
     Mox::Ptr<Directory> directory(const Pello::String& path);
+    /// The same; null when it does not exist.
+    Mox::Ptr<Directory> existingDirectory(const Pello::String& path);
 
   private:
+    Mox::Ptr<Directory> descend(const Pello::String& path, bool make);
+
     std::map<Pello::String, Mox::Ptr<Entity>> entities_;
 };
 

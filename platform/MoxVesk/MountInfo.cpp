@@ -20,8 +20,9 @@ struct Place {
 
 } // namespace
 
-void Mounter::mount(const Mox::Ptr<Entity>& collection, const Pello::String& path,
+void Mounter::mount(const Mox::Ptr<Entity>& collectionArgument, const Pello::String& path,
                     const MountInfo& info, Vesk::VeskType mode, const Adjust& adjust) {
+    const Mox::Ptr<Entity> collection = collectionArgument; // observers may change the caller's
     const Place place(path);
     root_->directory(place.folder)->entityIs(place.name, collection);
     try {
@@ -44,7 +45,8 @@ void Mounter::mount(const Mox::Ptr<Entity>& collection, const Pello::String& pat
 
 void Mounter::unmount(const Pello::String& path) {
     const Place place(path);
-    root_->directory(place.folder)->entityDel(place.name);
+    const Mox::Ptr<Directory> folder = root_->existingDirectory(place.folder);
+    if (folder) folder->entityDel(place.name);
 }
 
 } // namespace MoxVesk

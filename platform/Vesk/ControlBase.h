@@ -8,6 +8,7 @@
 #include "Vesk/MapDescriptor.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace Vesk {
 
@@ -29,7 +30,9 @@ class ControlBase {
     virtual MoxSharedMem::MountStatus mountStatus() const = 0;
 
     virtual ~ControlBase() {
-        if (observer_ != nullptr) observer_->frontGone();
+        for (Observer* const observer : observers_) {
+            observer->frontGone();
+        }
     }
 
     virtual Reader::Counters readerCounters() const = 0;
@@ -70,10 +73,11 @@ class ControlBase {
       protected:
         ~Observer() = default;
     };
-    void observerIs(Observer* observer) { observer_ = observer; }
+    void observerAdd(Observer* observer) { observers_.push_back(observer); }
+    void observerDel(const Observer* observer) { std::erase(observers_, observer); }
 
   private:
-    Observer* observer_ = nullptr;
+    std::vector<Observer*> observers_;
 };
 
 } // namespace Vesk

@@ -75,7 +75,7 @@ PloxetAcceptSm::PloxetAcceptSm()
     : base_(Mem::RootPath::base())
     , name_(Pello::ProcessId::self().text())
     , path_(folder() + "/" + name_) {
-    if (const Pello::String problem = Mem::RootPath::makeFolders(folder()); !problem.empty()) {
+    if (const Pello::String problem = Mem::RootPath::makeOwnFolders(folder()); !problem.empty()) {
         Pello::raise<Pello::InvalidInitializeException>(tagOf("PloxetAcceptSm"), "{}", problem);
     }
     sockaddr_un address{};
@@ -113,8 +113,10 @@ void PloxetAcceptSm::forget() {
 }
 
 void PloxetAcceptSm::removeDead() {
+    if (!Mem::RootPath::folderProblem(folder()).empty()) return;
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator(folder(), ignored)) {
+        if (entry.symlink_status(ignored).type() != std::filesystem::file_type::socket) continue;
         if (!answers(entry.path().filename())) std::filesystem::remove(entry.path(), ignored);
     }
     rmdir(folder().c_str());

@@ -3,6 +3,7 @@
 // What a collection has for each of its tables: the attribute, the control, the operation counts,
 // and the steps of its member functions, which are the same for all tables.
 
+#include "Mox/AllocTrack.h"
 #include "Mox/Ptr.h"
 #include "MoxVesk/CollectionControl.h"
 #include "MoxVesk/MoxVeskMap.h"
@@ -167,7 +168,8 @@ class CollTable {
 /// tables get one each, so that the collection lives as long as somebody holds one of them.
 template <class Coll>
 class ZeroReferencesNotifiee : public Mox::PtrInterface::NotifieeConst,
-                               public Pemble::SlabAllocated {
+                               public Pemble::SlabAllocated,
+                               private Mox::Tracked<ZeroReferencesNotifiee<Coll>> {
   public:
     explicit ZeroReferencesNotifiee(Coll* coll)
         : coll_(coll) {}

@@ -14,8 +14,6 @@ namespace MoxVesk {
 template <class Coll>
 class Collection : public Entity {
   public:
-    ~Collection() override { notifieeList_.deleteAll(); }
-
     Mox::NotifieeList* notifieeList() const override { return &notifieeList_; }
     void handleParent(const Mox::Ptr<Mox::Entity>& /*parent*/) override {
         self().forEachTable([](auto& table, auto...) { table.map().handleParent(); });

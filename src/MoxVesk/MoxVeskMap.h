@@ -36,6 +36,25 @@ class MoxVeskMap final : public Vesk::VeskMap<Ops> {
     /// Removes every entry; the collection's observers hear nothing.
     void _memberDelAll();
 
+    // What these tell may end the last reference to the collection, and with it this front.
+    void init(const Mem::CollectionDescriptor& descriptor) override {
+        const Mox::KeepAlive alive(entity_);
+        Front::init(descriptor);
+    }
+    using Front::init;
+    void cleanupAndDetach() override {
+        const Mox::KeepAlive alive(entity_);
+        Front::cleanupAndDetach();
+    }
+    void controlDetach() override {
+        const Mox::KeepAlive alive(entity_);
+        Front::controlDetach();
+    }
+    void detach(bool force) override {
+        const Mox::KeepAlive alive(entity_);
+        Front::detach(force);
+    }
+
     bool validateFiles(const Pello::String& name, unsigned int size) override;
     Pello::String classType() const override { return Pello::typeName<Coll>(); }
 

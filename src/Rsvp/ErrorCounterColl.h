@@ -18,6 +18,9 @@ class ErrorCounterColl final : public MoxVesk::Collection<ErrorCounterColl> {
     static constexpr const char* snapshotMountPath = "mpls/rsvp/errorCountersSnapshot";
     static constexpr std::uint32_t collectionSize = 10; ///< of each table
 
+    using ErrorCounterCollZeroReferencesNotifiee =
+        MoxVesk::ZeroReferencesNotifiee<ErrorCounterColl>;
+
     explicit ErrorCounterColl(const Pello::String& name);
     ~ErrorCounterColl() override { notifieeList()->deleteAll(); }
 

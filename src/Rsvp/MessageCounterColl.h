@@ -22,6 +22,9 @@ class MessageCounterColl final : public MoxVesk::Collection<MessageCounterColl> 
     static constexpr std::uint32_t msgTypes = 11;
     static constexpr std::uint32_t collectionSize = maxIntfs * msgTypes; ///< of each table
 
+    using MessageCounterCollZeroReferencesNotifiee =
+        MoxVesk::ZeroReferencesNotifiee<MessageCounterColl>;
+
     explicit MessageCounterColl(const Pello::String& name);
     ~MessageCounterColl() override { notifieeList()->deleteAll(); }
 

@@ -49,7 +49,10 @@ std::uint64_t registered(const std::string& name) { return *Vintu::writer().regi
 
 std::int64_t liveObjects() {
     return Mox::AllocTrackTypeInfo::of<MessageCounterColl>().objects() +
-           Mox::AllocTrackTypeInfo::of<MoxVesk::CollectionControl>().objects();
+           Mox::AllocTrackTypeInfo::of<MoxVesk::CollectionControl>().objects() +
+           Mox::AllocTrackTypeInfo::of<
+               MessageCounterColl::MessageCounterCollZeroReferencesNotifiee>()
+               .objects();
 }
 
 TEST(MessageCounters, CountLikeAModel) {
@@ -95,7 +98,6 @@ TEST(MessageCounters, CountLikeAModel) {
                                           : (ipv4 ? coll->txIpv4RelativeCount(key, snapshot)
                                                   : coll->txIpv6RelativeCount(key, snapshot));
         EXPECT_EQ(relative, count - taken[row]);
-        EXPECT_EQ((rx ? (ipv4 ? snapshot->rxIpv4RelativeCount(key, coll) : 0U) : 0U), 0U);
     }
     const std::uint64_t entries =
         coll->rxIpv4CountMap().members() + coll->rxIpv6CountMap().members() +
@@ -204,17 +206,18 @@ TEST_P(DeleteAll, RemovesEveryEntryAndTellsObserversOfEach) {
     for (std::uint64_t i = 0; i < 5000; ++i) {
         coll->rxIpv6CountIs(MessageCounter(keyOf(i * 7), 1));
     }
-    std::map<std::uint64_t, int> told;
+    std::map<MessageCounterKey, int> told;
     Ptr<Observer> observer;
     if (GetParam()) {
         observer = observe(*coll, [&](Mox::AttributeId, const void* key) {
-            ++told[static_cast<const MessageCounterKey*>(key)->intfId().hash()];
+            ++told[*static_cast<const MessageCounterKey*>(key)];
         });
     }
     const std::uint64_t dels = registered("rxIpv6CountDel");
     coll->rxIpv6CountDelAll();
     EXPECT_EQ(coll->rxIpv6CountMap().members(), 0U);
     EXPECT_EQ(told.size(), GetParam() ? 5000U : 0U);
+    EXPECT_TRUE(std::all_of(told.begin(), told.end(), [](auto& each) { return each.second == 1; }));
     EXPECT_EQ(registered("rxIpv6CountDel") - dels, GetParam() ? 5000U : 0U);
     EXPECT_TRUE(coll->rxIpv6CountMap().validate());
 }
@@ -345,6 +348,68 @@ TEST(Controls, OutliveTheirTables) {
         EXPECT_EQ(&control->front(), &onStack.rxIpv4CountMap());
     }
     EXPECT_THROW(control->front(), Pello::RuntimeException);
+}
+
+TEST(Controls, MayBeReplacedInAnyOrderOfTheirEnds) {
+    for (const bool secondFirst : {false, true}) {
+        auto coll = MessageCounterColl::MessageCounterCollIs("m");
+        Ptr<MoxVesk::CollectionControl> first = coll->rxIpv4CountControl();
+        Ptr<MoxVesk::CollectionControl> second =
+            new MoxVesk::CollectionControl(coll->rxIpv4CountMap());
+        coll->rxIpv4CountControlIs(second);
+        if (secondFirst) {
+            coll->rxIpv4CountControlIs(nullptr);
+            second = nullptr;
+        }
+        EXPECT_EQ(&first->front(), &coll->rxIpv4CountMap());
+        coll = nullptr; // the control of construction keeps nothing once it is replaced
+        EXPECT_EQ(second != nullptr, !secondFirst);
+        if (!secondFirst) {
+            EXPECT_EQ(second->front().collName(), "m/rxIpv4Count");
+        }
+        second = nullptr;
+        EXPECT_THROW(first->front(), Pello::RuntimeException);
+    }
+}
+
+/// An observer of a control that lets go of what keeps the collection, at every moment at which
+/// it is told.
+TEST(Controls, MayEndEverythingFromANotification) {
+    const TempRoot root;
+    const std::int64_t before = liveObjects();
+    using Call = std::function<void(::Vesk::ControlBase&)>;
+    const auto init = [](::Vesk::ControlBase& front) {
+        front.init(::Vesk::VeskType::writer, false, 10);
+    };
+    const std::vector<std::pair<bool, Call>> calls = {
+        {false, init},
+        {true, [](auto& front) { front.controlDetach(); }},
+        {true, [](auto& front) { front.cleanupAndDetach(); }},
+    };
+    for (const auto& [initialized, call] : calls) {
+        for (const Mox::AttributeId told : {0x102U, 0x103U}) {
+            for (const bool byControl : {false, true}) {
+                auto coll = MessageCounterColl::MessageCounterCollIs("m");
+                Ptr<MoxVesk::CollectionControl> control = coll->rxIpv4CountControl();
+                ::Vesk::ControlBase& front = control->front();
+                if (initialized) init(front);
+                bool ended = false;
+                Ptr<Observer> observer(new Observer([&](Mox::AttributeId attribute, const void*) {
+                    if (attribute != told) return;
+                    coll = nullptr;
+                    control = nullptr;
+                    ended = true;
+                }));
+                control->notifieeList()->newMember(
+                    control.get(), Ptr<Mox::PtrInterface::NotifieeConst>(observer), true);
+                (byControl ? static_cast<void>(coll = nullptr)
+                           : static_cast<void>(control = nullptr));
+                call(front);
+                EXPECT_TRUE(ended);
+                EXPECT_EQ(liveObjects(), before);
+            }
+        }
+    }
 }
 
 TEST(MountInfo, ListsTheTablesInOrder) {

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,20 +25,23 @@ using TestSupport::openWriter;
 using TestSupport::TraceCapture;
 
 template <class Shape>
+std::string openRefusal(const std::string& name) {
+    try {
+        openWriter<Shape>(name, TestSupport::growingTable());
+    } catch (const Pello::InvalidInitializeException& e) {
+        return e.message();
+    }
+    return "taken";
+}
+
+template <class Shape>
 class Ownership : public testing::Test {
   protected:
     TestSupport::TempRoot root;
     std::string ownerPath = root.file("t", "owner");
 
     auto open() { return openWriter<Shape>("t", TestSupport::growingTable()); }
-    std::string refusal() {
-        try {
-            open();
-        } catch (const Pello::InvalidInitializeException& e) {
-            return e.message();
-        }
-        return "taken";
-    }
+    std::string refusal() { return openRefusal<Shape>("t"); }
     SharedMem::PloxetInfo recorded() {
         auto handler = Pello::Platform::getDebugHandler("test", false);
         return SharedMem::OwnerFile(handler, Mem::OruRootPath(*handler, "t", false), false)
@@ -159,12 +163,47 @@ TYPED_TEST(Ownership, OtherPeoplesFilesAreRefused) {
     fs::rename(folder, folder + ".real");
     fs::create_directory_symlink(folder + ".real", folder);
     EXPECT_EQ(this->refusal(), "cannot use folder " + folder + ": a symbolic link");
+    const auto namesake = openWriter<TypeParam>("t", Vesk::MapDescriptor(10));
+    EXPECT_THROW(namesake->cleanup(), Pello::InvalidInitializeException);
+    EXPECT_TRUE(fs::exists(folder + "/slots"));
+
+    // What all tables have in common, in the hands of somebody else.
+    const std::string elsewhere = this->root.path() + "/elsewhere";
+    fs::create_directory(elsewhere);
+    std::ofstream(elsewhere + "/1-1") << "a file";
+    for (const char* const name : {".locks", ".ploxet"}) {
+        const std::string common = this->root.path() + "/" + name;
+        fs::remove_all(common);
+        fs::create_directory_symlink(elsewhere, common);
+        Zint::PloxetAcceptSm::removeDead();
+        EXPECT_EQ(TestSupport::inChild([&] {
+                      // A process that has no socket yet.
+                      if (openRefusal<TypeParam>("u").find("a symbolic link") ==
+                          std::string::npos) {
+                          std::abort();
+                      }
+                  }).code,
+                  0)
+            << name;
+        EXPECT_TRUE(fs::exists(elsewhere + "/1-1")) << name;
+        fs::remove(common);
+    }
+    ASSERT_EQ(chown(this->root.path().c_str(), 12345, 12345), 0);
+    EXPECT_EQ(openRefusal<TypeParam>("u"),
+              "cannot use folder " + this->root.path() + ": belongs to user 12345");
+    ASSERT_EQ(chown(this->root.path().c_str(), 0, 0), 0);
 }
 
 TYPED_TEST(Ownership, AForkedChildOwnsNothing) {
     auto writer = this->open();
     const auto before = TestSupport::fileBytes(this->ownerPath);
     const TestSupport::ChildEnd end = TestSupport::inChild([&] {
+        try {
+            writer->cleanup();
+            std::abort();
+        } catch (const Pello::InvalidInitializeException& e) {
+            if (e.message().find("its writer is") == std::string::npos) std::abort();
+        }
         writer.reset(); // as a child does that ends in an orderly way
     });
     EXPECT_EQ(end.code, 0) << end.errors;
