@@ -244,6 +244,33 @@ TEST(Iterator, StandsOnAKeyOrBehindIt) {
     }
 }
 
+/// Everything that happens to all tables happens in the reverse of the order in which they are
+/// counted and copied.
+TEST(Tree, GoesThroughTheTablesInOneOrder) {
+    const TempRoot root;
+    const TestSupport::TraceCapture capture(1U << 5U | 1U << 2U);
+    {
+        const Ptr<MoxVesk::Directory> top(new MoxVesk::Directory(""));
+        top->entityIs("c", MessageCounterColl::MessageCounterCollIs("mine"));
+    }
+    std::string texts;
+    for (const auto& line : capture.lines()) {
+        if (line.className != "MoxVeskMap") continue;
+        texts += fmt::format("{} {} {}\n", line.level, line.operation, line.text);
+    }
+    std::string wanted;
+    for (const char* const step :
+         {"5 entity creating local VeskWriter mine/{0}\n",
+          "5 handleParent old:mine/{0} new:c/{0}\n", "5 handleParent mine/{0} is now an orphan\n",
+          "2 ~MoxVeskMap deleting state\n"}) {
+        for (const char* const table :
+             {"txIpv6Count", "txIpv4Count", "rxIpv6Count", "rxIpv4Count"}) {
+            wanted += fmt::format(fmt::runtime(step), table);
+        }
+    }
+    EXPECT_EQ(texts, wanted);
+}
+
 TEST(Tree, NamesTheTablesAndMakesOrphans) {
     const TempRoot root;
     const Ptr<MoxVesk::Directory> top(new MoxVesk::Directory(""));

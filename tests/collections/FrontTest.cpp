@@ -75,6 +75,17 @@ MapDescriptor with(bool MapDescriptor::*option, VeskType type = VeskType::writer
     return descriptor;
 }
 
+/// Whether a core dump of this process has what it maps of a file.
+bool isDumped(const std::string& path) {
+    std::ifstream smaps("/proc/self/smaps");
+    std::string line;
+    while (std::getline(smaps, line) && !line.ends_with(path)) {
+    }
+    while (std::getline(smaps, line) && !line.starts_with("VmFlags:")) {
+    }
+    return line.find(" dd") == std::string::npos;
+}
+
 TYPED_TEST(FrontOf, BeginsInProcessMemory) {
     EXPECT_EQ(this->front.status(), MountStatus::notMounted);
     this->front.safeWrite(TypeParam::value(1, 1));
@@ -112,6 +123,11 @@ TYPED_TEST(FrontOf, RefusesWhatCannotBe) {
             other.safeWrite(TypeParam::value(1, 1));
         }
         EXPECT_TRUE(other.parked());
+        if (TypeParam::Ops::notifying) {
+            Front<TypeParam> live("live");
+            live.init(with(&MapDescriptor::synchronousInit, type));
+            EXPECT_FALSE(live.parked());
+        }
     }
     EXPECT_EQ(this->init(MapDescriptor(10, VeskType::writer)), "ok");
     const TestSupport::ChildEnd unsupported = TestSupport::inChild([&] {
@@ -248,13 +264,23 @@ TYPED_TEST(FrontOf, OptionsDoWhatTheySay) {
         EXPECT_THAT(blocks[0].tag, testing::StartsWith("Vesk::VeskWriter<"));
     }
     EXPECT_TRUE(Mem::MemoryTracker::blocks().empty());
+    for (const bool dumped : {false, true}) {
+        Front<TypeParam> dumpable("dumped");
+        MapDescriptor descriptor(10, VeskType::writer);
+        descriptor.dumpToCore = dumped;
+        descriptor.criticalTaskCheck = dumped;
+        dumpable.init(descriptor);
+        for (const char* const name : {"slots", "buckets"}) {
+            EXPECT_EQ(isDumped(this->root.file("dumped", name)), dumped) << name;
+        }
+        EXPECT_EQ(dumpable.criticalTaskCheck(), dumped);
+    }
     // A clean-up first, also of what another process left.
     EXPECT_EQ(this->init(MapDescriptor(10, VeskType::writer)), "ok");
     this->front.safeWrite(TypeParam::value(1, 1));
     this->front.controlDetach();
     EXPECT_EQ(this->init(with(&MapDescriptor::cleanupOnInit)), "ok");
     EXPECT_EQ(this->front.members(), 0U);
-    EXPECT_FALSE(this->front.criticalTaskCheck());
     this->front.criticalTaskCheckIs(true);
     EXPECT_TRUE(this->front.criticalTaskCheck());
     this->front.scratchpadIs(0x0123456789ABCDEFU);

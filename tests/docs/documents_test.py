@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """What README.md and docs/ show and quote is what the programs print and the headers say.
 
-documents_test.py PROJECT TOOL EXAMPLE
+documents_test.py PROJECT TOOL EXAMPLE HOST
 """
 
 import pathlib
@@ -9,10 +9,11 @@ import re
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 PROJECT = pathlib.Path(sys.argv[1])
-TOOL, EXAMPLE = sys.argv[2:]
+TOOL, EXAMPLE, HOST = sys.argv[2:]
 
 
 def read(path):
@@ -72,6 +73,22 @@ class Documents(unittest.TestCase):
         output = run(EXAMPLE, self.root).replace(self.root, "/dev/shm/rsvp-vesk")
         self.assertEqual(block("README.md", "example output"), output)
 
+    def test_host_looks_after_its_tables(self):
+        self.assertEqual(block("docs/hosting.md", "host"), read("tests/docs/host.cpp"))
+        with subprocess.Popen([HOST, self.root], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              text=True, bufsize=1) as host:
+            for count in ("1", "2"):
+                host.stdin.write("one more\n")
+                self.assertEqual(host.stdout.readline(), f"{count}\n")
+                marker = pathlib.Path(self.root, "demo/errors/rxErrorCount/corruption-detected")
+                marker.touch()
+                end = time.monotonic() + 10
+                while marker.exists() and time.monotonic() < end:
+                    time.sleep(0.01)
+                self.assertFalse(marker.exists())
+            host.stdin.close()
+            self.assertEqual(host.wait(timeout=10), 0)
+
     def test_invariants_are_quoted(self):
         """They stand in the headers that keep them."""
         names = []
@@ -83,8 +100,8 @@ class Documents(unittest.TestCase):
         self.assertEqual(names, [f"I{number}" for number in range(1, 11)])
 
     def test_links_lead_somewhere(self):
-        for document in map(pathlib.Path, ("README.md", "docs/architecture.md", "docs/layout.md",
-                                           "docs/protocol.md")):
+        for document in map(pathlib.Path, ("README.md", "docs/architecture.md", "docs/hosting.md",
+                                           "docs/layout.md", "docs/protocol.md")):
             links = re.findall(r"\]\((?!http)([^)#]*)#?([^)]*)\)", read(document))
             self.assertTrue(links, document)
             for file, anchor in links:
