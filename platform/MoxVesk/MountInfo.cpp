@@ -22,7 +22,9 @@ struct Place {
 
 void Mounter::mount(const Mox::Ptr<Entity>& collectionArgument, const Pello::String& path,
                     const MountInfo& info, Vesk::VeskType mode, const Adjust& adjust) {
-    const Mox::Ptr<Entity> collection = collectionArgument; // observers may change the caller's
+    // A reference of its own: an observer may drop the caller's.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const Mox::Ptr<Entity> collection = collectionArgument;
     const Place place(path);
     root_->directory(place.folder)->entityIs(place.name, collection);
     try {
