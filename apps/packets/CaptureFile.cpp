@@ -1,15 +1,16 @@
 #include "packets/CaptureFile.h"
 
 #include "packets/InputError.h"
+#include "packets/PcapngReader.h"
 
 #include <fmt/format.h>
 #include <pcap/pcap.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <limits>
+#include <sys/stat.h>
 #include <utility>
 
 namespace Packets {
@@ -19,12 +20,6 @@ namespace {
 /// The C library's own 4 KiB would mean a system call for every two dozen packets.
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 
-struct FileCloser {
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
 /// Opened here rather than by libpcap, to which "-" is standard input, and which would let a child
 /// process inherit the descriptor.
 [[nodiscard]] File openFile(const std::filesystem::path& path, std::span<char> buffer) {
@@ -33,77 +28,145 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
         throw InputError(fmt::format("{}: cannot open: {}", path.string(), std::strerror(errno)));
     }
     std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
-    const int first = std::getc(file.get());
-    if (first == EOF) {
-        const char* reason =
-            std::ferror(file.get()) != 0 ? std::strerror(errno) : "the file is empty";
-        throw InputError(fmt::format("{}: cannot read: {}", path.string(), reason));
-    }
-    std::ungetc(first, file.get());
     return file;
 }
 
-/// Time stamps of pcapng have 64 bits, in units that the file chooses: a garbled one may lie
-/// outside what 64 bits of nanoseconds can say, and then becomes the nearest that they can.
-[[nodiscard]] std::int64_t toNanoseconds(const timeval& time) noexcept {
-    std::int64_t result = 0;
-    if (__builtin_mul_overflow(static_cast<std::int64_t>(time.tv_sec), 1'000'000'000, &result) ||
-        __builtin_add_overflow(result, static_cast<std::int64_t>(time.tv_usec), &result)) {
-        return time.tv_sec < 0 ? std::numeric_limits<std::int64_t>::min()
-                               : std::numeric_limits<std::int64_t>::max();
+/// The first octet stands for the format: that of a pcapng file is in no pcap file.
+[[nodiscard]] bool isPcapng(const std::filesystem::path& path, std::FILE* file) {
+    const int first = std::getc(file);
+    if (first == EOF) {
+        const char* reason = std::ferror(file) != 0 ? std::strerror(errno) : "the file is empty";
+        throw InputError(fmt::format("{}: cannot read: {}", path.string(), reason));
     }
-    return result;
+    std::ungetc(first, file);
+    return first == (PcapngReader::sectionHeader & 0xffU);
 }
 
-[[nodiscard]] std::string describeDlt(int dlt) {
-    const char* name = pcap_datalink_val_to_name(dlt);
-    const char* description = pcap_datalink_val_to_description(dlt);
-    return fmt::format("{} ({}, {})", dlt, name != nullptr ? name : "no name",
-                       description != nullptr ? description : "unknown to libpcap");
+constexpr const char* notReadable = "not a readable capture: ";
+
+/// Reads pcap through libpcap.
+class PcapReader final : public RecordReader {
+  public:
+    explicit PcapReader(File file) {
+        std::array<char, PCAP_ERRBUF_SIZE> error{};
+        handle_.reset(pcap_fopen_offline_with_tstamp_precision(
+            file.get(), PCAP_TSTAMP_PRECISION_NANO, error.data()));
+        if (!handle_) throw InputError(std::string(notReadable) + error.data());
+        (void)file.release(); // the handle closes it from here on
+        const int dlt = pcap_datalink(handle_.get());
+        constexpr std::uint32_t raw = 101; // DLT_RAW has other numbers on some systems
+        number_ = dlt == DLT_RAW ? raw : static_cast<std::uint32_t>(dlt);
+        type_ = linkTypeOfNumber(number_);
+        if (type_ == LinkType::unknown) {
+            const char* const name = pcap_datalink_val_to_name(dlt);
+            const char* const description = pcap_datalink_val_to_description(dlt);
+            throw InputError(fmt::format(
+                "link type {} ({}, {}) is not understood; wanted Ethernet, Linux cooked, raw IP, "
+                "BSD loopback, PPP or Cisco HDLC",
+                dlt, name != nullptr ? name : "no name",
+                description != nullptr ? description : "unknown to libpcap"));
+        }
+    }
+
+    [[nodiscard]] bool next(CaptureRecord& record) override {
+        pcap_pkthdr* header = nullptr;
+        const u_char* data = nullptr;
+        const int status = pcap_next_ex(handle_.get(), &header, &data);
+        if (status == PCAP_ERROR_BREAK) return false;
+        if (status != 1) throw InputError(pcap_geterr(handle_.get()));
+        // Opened with nanosecond precision: tv_usec holds nanoseconds.
+        record = {.timestamp = toNanoseconds(header->ts),
+                  .frame = {.captured = Bytes(data, header->caplen), .wireLength = header->len},
+                  .linkType = type_};
+        return true;
+    }
+
+    [[nodiscard]] std::string interfaceName(std::uint32_t /*interface*/) const override {
+        return {};
+    }
+    [[nodiscard]] std::uint32_t linkTypeNumber(std::uint32_t /*interface*/) const override {
+        return number_;
+    }
+
+  private:
+    struct Closer {
+        void operator()(pcap* handle) const noexcept { pcap_close(handle); }
+    };
+
+    /// The seconds have 32 bits with a sign, and what stands for nanoseconds any 32 bits.
+    [[nodiscard]] static std::int64_t toNanoseconds(const timeval& time) noexcept {
+        return std::int64_t{time.tv_sec} * 1'000'000'000 + std::int64_t{time.tv_usec};
+    }
+
+    std::unique_ptr<pcap, Closer> handle_;
+    std::uint32_t number_ = 0;
+    LinkType type_ = LinkType::unknown;
+};
+
+[[nodiscard]] std::unique_ptr<RecordReader> pcapngReader(File file) {
+    try {
+        return std::make_unique<PcapngReader>(std::move(file));
+    } catch (const InputError& e) {
+        throw InputError(std::string(notReadable) + e.what());
+    }
 }
 
 } // namespace
 
-void CaptureFile::Closer::operator()(pcap* handle) const noexcept { pcap_close(handle); }
-
 CaptureFile::CaptureFile(std::filesystem::path path)
     : path_(std::move(path))
-    , buffer_(bufferSize) {
-    File file = openFile(path_, buffer_);
-    std::array<char, PCAP_ERRBUF_SIZE> error{};
-    handle_.reset(pcap_fopen_offline_with_tstamp_precision(file.get(), PCAP_TSTAMP_PRECISION_NANO,
-                                                           error.data()));
-    if (!handle_) {
-        throw InputError(
-            fmt::format("{}: not a readable capture: {}", path_.string(), error.data()));
+    , buffer_(std::make_unique<char[]>(bufferSize)) {
+    File file = openFile(path_, {buffer_.get(), bufferSize});
+    const bool pcapng = isPcapng(path_, file.get());
+    struct stat status {};
+    if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode)) {
+        size_ = static_cast<std::uint64_t>(status.st_size);
     }
-    (void)file.release(); // the handle closes it from here on
-
-    const int dlt = pcap_datalink(handle_.get());
-    const auto linkType = linkTypeOfDlt(dlt);
-    if (!linkType) {
-        throw InputError(fmt::format("{}: link type {} is not understood; wanted {}",
-                                     path_.string(), describeDlt(dlt), describeDlt(DLT_EN10MB)));
+    file_ = file.get();
+    try {
+        if (pcapng) {
+            reader_ = pcapngReader(std::move(file));
+        } else {
+            reader_ = std::make_unique<PcapReader>(std::move(file));
+        }
+    } catch (const InputError& e) {
+        throw InputError(fmt::format("{}: {}", path_.string(), e.what()));
     }
-    linkType_ = *linkType;
 }
 
+CaptureFile::~CaptureFile() = default;
+CaptureFile::CaptureFile(CaptureFile&&) noexcept = default;
+
 bool CaptureFile::next(CaptureRecord& record) {
-    if (!handle_) return false;
-    pcap_pkthdr* header = nullptr;
-    const u_char* data = nullptr;
-    const int status = pcap_next_ex(handle_.get(), &header, &data);
-    if (status == 1) {
-        ++records_;
-        // Opened with nanosecond precision: tv_usec holds nanoseconds.
-        record = {.timestamp = toNanoseconds(header->ts),
-                  .frame = {.captured = Bytes(data, header->caplen), .wireLength = header->len}};
-        return true;
+    if (file_ == nullptr) return false;
+    try {
+        if (reader_->next(record)) {
+            ++records_;
+            return true;
+        }
+    } catch (const InputError& e) {
+        file_ = nullptr;
+        throw InputError(fmt::format("{}: record {}: {}", path_.string(), records_ + 1, e.what()));
     }
-    const auto ended = std::exchange(handle_, nullptr);
-    if (status == PCAP_ERROR_BREAK) return false;
-    throw InputError(
-        fmt::format("{}: record {}: {}", path_.string(), records_ + 1, pcap_geterr(ended.get())));
+    file_ = nullptr;
+    return false;
+}
+
+std::string CaptureFile::interfaceName(std::uint32_t interface) const {
+    std::string name = reader_->interfaceName(interface);
+    if (!name.empty()) return name;
+    name = path_.stem().string();
+    return interface == 0 ? name : fmt::format("{}-{}", name, interface);
+}
+
+std::uint32_t CaptureFile::linkTypeNumber(std::uint32_t interface) const {
+    return reader_->linkTypeNumber(interface);
+}
+
+std::uint64_t CaptureFile::position() const noexcept {
+    if (size_ == 0 || file_ == nullptr) return size_;
+    const off_t at = ftello(file_);
+    return at < 0 ? 0 : static_cast<std::uint64_t>(at);
 }
 
 } // namespace Packets

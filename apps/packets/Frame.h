@@ -13,9 +13,21 @@ using Bytes = std::span<const std::uint8_t>;
     return static_cast<std::uint16_t>((bytes[0] << 8) | bytes[1]);
 }
 
+/// The same for four octets.
+[[nodiscard]] inline std::uint32_t readBe32(const std::uint8_t* bytes) noexcept {
+    return (std::uint32_t{readBe16(bytes)} << 16U) | readBe16(bytes + 2);
+}
+
 enum class Family : std::uint8_t {
     ipv4,
     ipv6,
+};
+
+/// Which way a frame went, seen from the node whose messages are counted.
+enum class Direction : std::uint8_t {
+    received,
+    sent,
+    unknown, ///< nothing tells
 };
 
 /// One frame as a capture delivers it. The bytes are borrowed.
@@ -28,7 +40,8 @@ struct Frame {
 
 /// Who sent a frame, as its headers say. The addresses point into the frame.
 struct FrameSource {
-    const std::uint8_t* mac = nullptr; ///< 6 octets; null on links without MAC addresses
+    Direction direction = Direction::unknown; ///< as the capture or the link header says
+    const std::uint8_t* mac = nullptr;        ///< 6 octets; null on links without MAC addresses
     Family family = Family::ipv4;
     const std::uint8_t* address = nullptr; ///< 4 or 16 octets, after `family`
 };

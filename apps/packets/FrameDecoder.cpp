@@ -4,8 +4,8 @@
 
 namespace Packets {
 
-Location locateRsvp(LinkType type, const Frame& frame, RsvpPacket& packet) noexcept {
-    const LinkPayload link = parseLink(type, frame);
+Location FrameDecoder::locate(const CaptureRecord& record, RsvpPacket& packet) {
+    const LinkPayload link = parseLink(record.linkType, record.frame);
     NetworkPacket network;
     Family family = Family::ipv4;
     switch (link.network) {
@@ -21,17 +21,27 @@ Location locateRsvp(LinkType type, const Frame& frame, RsvpPacket& packet) noexc
     case Network::cut:
         return Location::cut;
     }
+    packet.source = {.direction =
+                         record.direction != Direction::unknown ? record.direction : link.direction,
+                     .mac = link.sourceMac,
+                     .family = family,
+                     .address = network.source};
+    packet.payload = network.payload;
     switch (network.kind) {
     case PacketKind::rsvp:
-        break;
+        return Location::found;
     case PacketKind::cut:
         return Location::cut;
-    case PacketKind::fragment:
     case PacketKind::other:
         return Location::ignored;
+    case PacketKind::fragment:
+        break;
     }
-    packet = {.source = {.mac = link.sourceMac, .family = family, .address = network.source},
-              .payload = network.payload};
+    const auto whole = reassembler_.add(family, record.interface, record.timestamp, network);
+    if (!whole) return Location::ignored;
+    const auto payload = rsvpBehind(family, whole->nextHeader, whole->octets);
+    if (!payload) return Location::ignored;
+    packet.payload = *payload;
     return Location::found;
 }
 

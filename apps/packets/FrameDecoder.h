@@ -7,15 +7,20 @@
 //   accepted    RSVP, and every message in it is sound
 //   erroneous   RSVP, and at least one message in it has a defect
 //   ignored     not RSVP at the top level (RSVP quoted in ICMP or carried in a tunnel is none), an
-//   IP
-//               header that cannot be used, or a fragment
+//               IP header that cannot be used, or a fragment that completes no packet
 //   cut         the capture kept too little of the frame: its IP payload is not whole, or not even
 //               its protocol is known. No fault of the protocol, so nothing of it is judged
 //
-// Decoding allocates nothing, throws nothing itself, and reads nothing outside the captured bytes.
+// A fragment that completes a packet has the outcome of the whole packet.
+//
+// Decoding allocates nothing but, with the first fragment, the memory for all of them; it reads
+// nothing outside the captured bytes.
 
+#include "packets/CaptureFile.h"
 #include "packets/Frame.h"
+#include "packets/Integrity.h"
 #include "packets/LinkLayer.h"
+#include "packets/Reassembler.h"
 #include "packets/RsvpMessage.h"
 
 #include <concepts>
@@ -30,44 +35,53 @@ enum class Outcome : std::uint8_t {
     cut,
 };
 
-/// Where `locateRsvp` found RSVP. Everything points into the frame.
-struct RsvpPacket {
-    FrameSource source;
-    Bytes payload; ///< the IP payload
-};
-
 enum class Location : std::uint8_t {
     found,
     ignored,
     cut,
 };
 
-/// Finds the RSVP payload of a frame; `packet` is set when it returns `found` and untouched else.
-[[nodiscard]] Location locateRsvp(LinkType type, const Frame& frame, RsvpPacket& packet) noexcept;
+/// Where RSVP was found. The source points into the frame; so does the payload, unless it was put
+/// together of fragments: then it is good until the next frame.
+struct RsvpPacket {
+    FrameSource source;
+    Bytes payload; ///< of the IP packet
+};
 
-/// Receives what `decodeFrame` finds: `packet` once for a frame that holds RSVP, then `verdict` for
-/// each message in it, at least once. The pointers in FrameSource are good during the call.
+/// Receives what is found: `packet` once for a frame that holds RSVP, then `verdict` for each
+/// message in it, at least once. The pointers in FrameSource are good during the call.
 template <typename T>
 concept VerdictSink = requires(T& sink, const FrameSource& source, const Verdict& verdict) {
     sink.packet(source);
     sink.verdict(verdict);
 };
 
-template <VerdictSink Sink>
-Outcome decodeFrame(LinkType type, const Frame& frame, Sink& sink) {
-    RsvpPacket packet;
-    switch (locateRsvp(type, frame, packet)) {
-    case Location::ignored:
-        return Outcome::ignored;
-    case Location::cut:
-        return Outcome::cut;
-    case Location::found:
-        break;
+/// Decodes the frames of one capture, in their order.
+class FrameDecoder {
+  public:
+    /// The keys must outlive the decoder.
+    explicit FrameDecoder(const IntegrityKeys& keys)
+        : keys_(keys) {}
+
+    template <VerdictSink Sink>
+    Outcome decode(const CaptureRecord& record, Sink& sink) {
+        RsvpPacket packet;
+        const Location location = locate(record, packet);
+        if (location != Location::found) {
+            return location == Location::cut ? Outcome::cut : Outcome::ignored;
+        }
+        sink.packet(packet.source);
+        const bool sound = judgePayload(packet.source.family, packet.payload, keys_,
+                                        [&sink](const Verdict& verdict) { sink.verdict(verdict); });
+        return sound ? Outcome::accepted : Outcome::erroneous;
     }
-    sink.packet(packet.source);
-    const bool sound = judgePayload(packet.source.family, packet.payload,
-                                    [&sink](const Verdict& verdict) { sink.verdict(verdict); });
-    return sound ? Outcome::accepted : Outcome::erroneous;
-}
+
+    /// The first half of `decode`: finds the RSVP payload; `packet` is set when it returns `found`.
+    Location locate(const CaptureRecord& record, RsvpPacket& packet);
+
+  private:
+    const IntegrityKeys& keys_;
+    Reassembler reassembler_;
+};
 
 } // namespace Packets

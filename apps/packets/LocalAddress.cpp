@@ -75,6 +75,7 @@ bool LocalAddress::matches(const FrameSource& source) const noexcept {
 }
 
 Direction directionOf(const FrameSource& source, std::span<const LocalAddress> locals) noexcept {
+    if (source.direction != Direction::unknown) return source.direction;
     const bool ours = std::any_of(locals.begin(), locals.end(),
                                   [&source](const auto& local) { return local.matches(source); });
     return ours ? Direction::sent : Direction::received;

@@ -9,11 +9,6 @@
 
 namespace Packets {
 
-enum class Direction : std::uint8_t {
-    received,
-    sent,
-};
-
 /// An address of the node whose messages are counted, as the user gave it: an IPv4 or IPv6 address,
 /// a MAC address, or the first octets of one.
 class LocalAddress {
@@ -37,7 +32,8 @@ class LocalAddress {
     std::array<std::uint8_t, 16> octets_{};
 };
 
-/// Sent when any of the node's addresses is the frame's source, else received.
+/// What the capture or the link header says; else sent when any of the node's addresses is the
+/// frame's source, and received when none is.
 [[nodiscard]] Direction directionOf(const FrameSource& source,
                                     std::span<const LocalAddress> locals) noexcept;
 

@@ -1,5 +1,7 @@
 #include "packets/NetworkLayer.h"
 
+#include <algorithm>
+
 namespace Packets {
 
 namespace {
@@ -9,17 +11,22 @@ constexpr std::uint8_t protocolRsvp = 46; // RFC 2205, section 3.1
 // RFC 791, section 3.1
 constexpr std::size_t ipv4HeaderLength = 20;
 constexpr std::size_t ipv4LengthOffset = 2;
+constexpr std::size_t ipv4IdentificationOffset = 4;
 constexpr std::size_t ipv4FragmentOffset = 6;
 constexpr std::size_t ipv4ProtocolOffset = 9;
 constexpr std::size_t ipv4SourceOffset = 12;
-constexpr std::uint16_t ipv4FragmentMask = 0x3fff; // More Fragments and the fragment offset
+constexpr std::size_t ipv4DestinationOffset = 16;
+constexpr std::uint16_t ipv4MoreFragments = 0x2000;
+constexpr std::uint16_t ipv4OffsetMask = 0x1fff; // in units of 8 octets
 
 // RFC 8200, section 3
 constexpr std::size_t ipv6HeaderLength = 40;
 constexpr std::size_t ipv6LengthOffset = 4;
 constexpr std::size_t ipv6NextHeaderOffset = 6;
 constexpr std::size_t ipv6SourceOffset = 8;
-constexpr std::uint16_t ipv6FragmentMask = 0xfff9; // M flag and the fragment offset
+constexpr std::size_t ipv6DestinationOffset = 24;
+constexpr std::uint16_t ipv6MoreFragments = 0x0001;
+constexpr std::uint16_t ipv6OffsetMask = 0xfff8; // in octets
 constexpr std::size_t shortestExtension = 8;
 
 constexpr std::uint8_t hopByHop = 0;
@@ -61,9 +68,46 @@ constexpr std::uint8_t shim6 = 140;
     }
 }
 
-constexpr NetworkPacket other{.kind = PacketKind::other, .source = nullptr, .payload = {}};
-constexpr NetworkPacket cut{.kind = PacketKind::cut, .source = nullptr, .payload = {}};
-constexpr NetworkPacket fragment{.kind = PacketKind::fragment, .source = nullptr, .payload = {}};
+[[nodiscard]] NetworkPacket only(PacketKind kind) noexcept {
+    NetworkPacket packet;
+    packet.kind = kind;
+    return packet;
+}
+
+const NetworkPacket other = only(PacketKind::other);
+const NetworkPacket cut = only(PacketKind::cut);
+
+/// Where a chain of extension headers ends.
+struct ChainEnd {
+    enum class Kind : std::uint8_t {
+        header,   ///< a header that is no extension: `nextHeader`, at `offset`
+        fragment, ///< the header of a fragment, at `offset`
+        beyond    ///< a header reaches beyond the octets that are there
+    };
+    Kind kind;
+    std::uint8_t nextHeader;
+    std::size_t offset;
+};
+
+/// Walks extension headers from `offset` on. Each turn consumes at least 8 octets, so it ends.
+[[nodiscard]] ChainEnd walkExtensions(std::uint8_t nextHeader, Bytes octets,
+                                      std::size_t offset) noexcept {
+    while (isExtension(nextHeader)) {
+        if (offset + shortestExtension > octets.size()) {
+            return {ChainEnd::Kind::beyond, nextHeader, offset + shortestExtension};
+        }
+        const std::uint8_t* const header = octets.data() + offset;
+        // A fragment header on a whole packet ("atomic fragment", RFC 6946) changes nothing.
+        if (nextHeader == fragmentHeader &&
+            (readBe16(header + 2) & (ipv6OffsetMask | ipv6MoreFragments)) != 0) {
+            return {ChainEnd::Kind::fragment, nextHeader, offset};
+        }
+        offset += extensionLength(nextHeader, header);
+        nextHeader = header[0];
+        if (offset > octets.size()) return {ChainEnd::Kind::beyond, nextHeader, offset};
+    }
+    return {ChainEnd::Kind::header, nextHeader, offset};
+}
 
 } // namespace
 
@@ -83,10 +127,18 @@ NetworkPacket parseIpv4(Bytes captured, std::size_t wireLength) noexcept {
         return other;
     }
     if (totalLength > captured.size()) return cut;
-    if ((readBe16(captured.data() + ipv4FragmentOffset) & ipv4FragmentMask) != 0) return fragment;
-    return {.kind = PacketKind::rsvp,
-            .source = captured.data() + ipv4SourceOffset,
-            .payload = captured.subspan(headerLength, totalLength - headerLength)};
+    const std::uint16_t place = readBe16(captured.data() + ipv4FragmentOffset);
+    NetworkPacket packet{
+        .kind = PacketKind::rsvp,
+        .source = captured.data() + ipv4SourceOffset,
+        .destination = captured.data() + ipv4DestinationOffset,
+        .payload = captured.subspan(headerLength, totalLength - headerLength),
+        .fragment = {.identification = readBe16(captured.data() + ipv4IdentificationOffset),
+                     .offset = (place & ipv4OffsetMask) * 8U,
+                     .more = (place & ipv4MoreFragments) != 0,
+                     .nextHeader = protocolRsvp}};
+    if (packet.fragment.offset != 0 || packet.fragment.more) packet.kind = PacketKind::fragment;
+    return packet;
 }
 
 NetworkPacket parseIpv6(Bytes captured, std::size_t wireLength) noexcept {
@@ -104,26 +156,46 @@ NetworkPacket parseIpv6(Bytes captured, std::size_t wireLength) noexcept {
 
     std::uint8_t nextHeader = captured[ipv6NextHeaderOffset];
     std::size_t offset = ipv6HeaderLength;
-    // Each turn consumes at least 8 of the at most 65535 bytes of payload, so the walk ends.
-    while (isExtension(nextHeader) || (nextHeader == hopByHop && offset == ipv6HeaderLength)) {
-        if (offset + shortestExtension > totalLength) return other;
-        if (offset + shortestExtension > captured.size()) return cut;
-        const std::uint8_t* header = captured.data() + offset;
-        const std::size_t length = extensionLength(nextHeader, header);
-        if (offset + length > totalLength) return other;
-        // A fragment header on a whole packet ("atomic fragment", RFC 6946) changes nothing.
-        if (nextHeader == fragmentHeader && (readBe16(header + 2) & ipv6FragmentMask) != 0) {
-            if (header[0] != protocolRsvp && !isExtension(header[0])) return other;
-            return totalLength > captured.size() ? cut : fragment;
+    const Bytes packetOctets = captured.first(std::min(totalLength, captured.size()));
+    const auto beyond = [&](std::size_t end) { return end > totalLength ? other : cut; };
+    if (nextHeader == hopByHop) {
+        if (offset + shortestExtension > packetOctets.size()) {
+            return beyond(offset + shortestExtension);
         }
-        nextHeader = header[0];
-        offset += length;
+        nextHeader = captured[offset];
+        offset += extensionLength(hopByHop, captured.data() + offset);
+        if (offset > packetOctets.size()) return beyond(offset);
     }
-    if (nextHeader != protocolRsvp) return other;
+    const ChainEnd end = walkExtensions(nextHeader, packetOctets, offset);
+    if (end.kind == ChainEnd::Kind::beyond) return beyond(end.offset);
+    NetworkPacket packet{.kind = PacketKind::rsvp,
+                         .source = captured.data() + ipv6SourceOffset,
+                         .destination = captured.data() + ipv6DestinationOffset,
+                         .payload = {},
+                         .fragment = {}};
+    offset = end.offset;
+    if (end.kind == ChainEnd::Kind::fragment) {
+        const std::uint8_t* const header = captured.data() + offset;
+        packet.kind = PacketKind::fragment;
+        packet.fragment = {.identification = readBe32(header + 4),
+                           .offset = readBe16(header + 2) & std::uint32_t{ipv6OffsetMask},
+                           .more = (readBe16(header + 2) & ipv6MoreFragments) != 0,
+                           .nextHeader = header[0]};
+        if (header[0] != protocolRsvp && !isExtension(header[0])) return other;
+        offset += shortestExtension;
+    } else if (end.nextHeader != protocolRsvp) {
+        return other;
+    }
     if (totalLength > captured.size()) return cut;
-    return {.kind = PacketKind::rsvp,
-            .source = captured.data() + ipv6SourceOffset,
-            .payload = captured.subspan(offset, totalLength - offset)};
+    packet.payload = captured.subspan(offset, totalLength - offset);
+    return packet;
+}
+
+std::optional<Bytes> rsvpBehind(Family family, std::uint8_t nextHeader, Bytes octets) noexcept {
+    ChainEnd end{ChainEnd::Kind::header, nextHeader, 0};
+    if (family == Family::ipv6) end = walkExtensions(nextHeader, octets, 0);
+    if (end.kind != ChainEnd::Kind::header || end.nextHeader != protocolRsvp) return std::nullopt;
+    return octets.subspan(end.offset);
 }
 
 } // namespace Packets

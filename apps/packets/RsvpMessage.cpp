@@ -48,7 +48,34 @@ constexpr std::uint32_t knownTypes =
     return true;
 }
 
-[[nodiscard]] Judgement judge(Bytes bytes, bool inBundle) noexcept {
+[[nodiscard]] bool isIntegrity(Bytes object) noexcept {
+    return object[objectClassOffset] == integrityClass;
+}
+
+/// The INTEGRITY object that goes before the messages of a BUNDLE; empty when there is none.
+[[nodiscard]] Bytes bundleIntegrity(Bytes body) noexcept {
+    if (body.size() < objectHeaderLength || !isIntegrity(body)) return {};
+    // The class octet is where a message has the first octet of its checksum. A message of version
+    // 1 would be an object of 4096 bytes or more, and no INTEGRITY object comes near that.
+    if (body[0] >> 4 != 0) return {};
+    return body.first(objectLength(body));
+}
+
+/// Whether the keys accept the message's INTEGRITY objects, as far as its objects can be walked.
+[[nodiscard]] bool integrityHolds(Bytes message, const IntegrityKeys& keys) noexcept {
+    if (keys.empty()) return true;
+    Bytes rest = message.subspan(commonHeaderLength);
+    if (isBundle(message[1])) return keys.accept(message, bundleIntegrity(rest));
+    while (rest.size() >= objectHeaderLength) {
+        const std::size_t length = objectLength(rest);
+        if (length == 0) break;
+        if (isIntegrity(rest) && !keys.accept(message, rest.first(length))) return false;
+        rest = rest.subspan(length);
+    }
+    return true;
+}
+
+[[nodiscard]] Judgement judge(Bytes bytes, const IntegrityKeys& keys, bool inBundle) noexcept {
     if (bytes.size() < commonHeaderLength) {
         return {.type = 0, .defect = Defect::format, .extent = 0};
     }
@@ -64,6 +91,8 @@ constexpr std::uint32_t knownTypes =
     const Bytes message = bytes.first(length);
     if (readBe16(message.data() + checksumOffset) != 0 && onesComplementSum(message) != 0xffff) {
         judgement.defect = Defect::checksum;
+    } else if (!integrityHolds(message, keys)) {
+        judgement.defect = Defect::integrity;
     } else if (!isBundle(type) && !objectsFill(message.subspan(commonHeaderLength))) {
         judgement.defect = Defect::objects;
     } else {
@@ -74,17 +103,17 @@ constexpr std::uint32_t knownTypes =
 
 } // namespace
 
-Judgement judgeMessage(Bytes bytes) noexcept { return judge(bytes, false); }
+Judgement judgeMessage(Bytes bytes, const IntegrityKeys& keys) noexcept {
+    return judge(bytes, keys, false);
+}
 
-Judgement judgeBundled(Bytes bytes) noexcept { return judge(bytes, true); }
+Judgement judgeBundled(Bytes bytes, const IntegrityKeys& keys) noexcept {
+    return judge(bytes, keys, true);
+}
 
 Bytes bundleBody(Bytes bundle) noexcept {
     const Bytes body = bundle.subspan(commonHeaderLength);
-    if (body.size() < objectHeaderLength || body[objectClassOffset] != integrityClass) return body;
-    // The class octet is where a message has the first octet of its checksum. A message of version
-    // 1 would be an object of 4096 bytes or more, and no INTEGRITY object comes near that.
-    if (body[0] >> 4 != 0) return body;
-    return body.subspan(objectLength(body));
+    return body.subspan(bundleIntegrity(body).size());
 }
 
 } // namespace Packets

@@ -14,6 +14,9 @@
 //   format     at least 8 bytes are there; version 1; a length of at least 8, a multiple of 4 and
 //              within what is there (bytes after it are ignored); one of the eleven types below
 //   checksum   the field is zero, which means "none sent", or right
+//   integrity  the digest of every INTEGRITY object (RFC 2747) that names a known key is right.
+//              Without one, or with another key, there is nothing to check; nor are sequence
+//              numbers
 //   objects    the objects (RFC 2205, section 3.1.2) fill the message exactly: every length at
 //   least
 //              4, a multiple of 4 and inside the message. What stands inside an object is not
@@ -25,6 +28,7 @@
 // where the next begins. A BUNDLE inside a BUNDLE is a format error; it is stepped over, unopened.
 
 #include "packets/Frame.h"
+#include "packets/Integrity.h"
 
 #include <cstdint>
 
@@ -70,10 +74,10 @@ struct Judgement {
 };
 
 /// Judges the message that begins at `bytes`, which end where the packet or the bundle ends.
-[[nodiscard]] Judgement judgeMessage(Bytes bytes) noexcept;
+[[nodiscard]] Judgement judgeMessage(Bytes bytes, const IntegrityKeys& keys) noexcept;
 
 /// As `judgeMessage`, for a message inside a BUNDLE.
-[[nodiscard]] Judgement judgeBundled(Bytes bytes) noexcept;
+[[nodiscard]] Judgement judgeBundled(Bytes bytes, const IntegrityKeys& keys) noexcept;
 
 /// What a sound BUNDLE holds: the messages after its header and, where there is one, after the
 /// INTEGRITY object that goes before them (RFC 2961, section 3).
@@ -83,8 +87,8 @@ struct Judgement {
 /// content, and calls `onVerdict(const Verdict&)` for each, at least once. Returns true when none
 /// has a defect. Allocates nothing; every turn of the loop consumes at least 8 bytes.
 template <typename OnVerdict>
-bool judgePayload(Family family, Bytes payload, OnVerdict&& onVerdict) {
-    const Judgement outer = judgeMessage(payload);
+bool judgePayload(Family family, Bytes payload, const IntegrityKeys& keys, OnVerdict&& onVerdict) {
+    const Judgement outer = judgeMessage(payload, keys);
     onVerdict(Verdict{.family = family, .type = outer.type, .defect = outer.defect});
     if (outer.defect != Defect::none) return false;
     if (outer.type != static_cast<std::uint8_t>(MessageType::bundle)) return true;
@@ -92,7 +96,7 @@ bool judgePayload(Family family, Bytes payload, OnVerdict&& onVerdict) {
     bool sound = true;
     Bytes rest = bundleBody(payload.first(outer.extent));
     while (!rest.empty()) {
-        const Judgement inner = judgeBundled(rest);
+        const Judgement inner = judgeBundled(rest, keys);
         onVerdict(Verdict{.family = family, .type = inner.type, .defect = inner.defect});
         sound = sound && inner.defect == Defect::none;
         if (inner.extent == 0) break;

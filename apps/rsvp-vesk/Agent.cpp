@@ -3,6 +3,7 @@
 #include "AgentTables.h"
 #include "ExitCode.h"
 #include "InterfaceMap.h"
+#include "Progress.h"
 #include "Report.h"
 #include "StopSignal.h"
 
@@ -10,6 +11,7 @@
 #include "packets/CaptureFile.h"
 #include "packets/FrameDecoder.h"
 #include "packets/InputError.h"
+#include "packets/Integrity.h"
 #include "packets/LocalAddress.h"
 
 #include <fmt/format.h>
@@ -38,6 +40,24 @@ Rsvp::RsvpErrorType errorTypeOf(Packets::Defect defect) {
     return Rsvp::unknownErrorType;
 }
 
+/// What the user gave about the network.
+struct Network {
+    std::vector<Packets::LocalAddress> locals;
+    Packets::IntegrityKeys keys;
+};
+
+/// Throws `Packets::InputError`.
+Network networkOf(const AgentOptions& options) {
+    Network network;
+    for (const std::string& text : options.locals) {
+        network.locals.emplace_back(text);
+    }
+    for (const std::string& text : options.keys) {
+        network.keys.add(text);
+    }
+    return network;
+}
+
 /// Counts the messages of one frame after the other.
 class Counter {
   public:
@@ -45,6 +65,7 @@ class Counter {
         : tables_(tables)
         , locals_(locals) {}
 
+    /// The interface of the frames that follow.
     void interfaceIs(const Wirra::IntfId& interface) { interface_ = interface; }
 
     void packet(const Packets::FrameSource& source) {
@@ -89,27 +110,60 @@ void countFrame(FrameCounts& frames, Packets::Outcome outcome) {
     }
 }
 
-void countCapture(Packets::CaptureFile& capture, Counter& counter, FrameCounts& frames,
-                  StopSignal& stop) {
+/// The identifiers of one capture's interfaces, each looked up when its first frame is met.
+class CaptureInterfaces {
+  public:
+    CaptureInterfaces(const Packets::CaptureFile& capture, InterfaceMap& map)
+        : capture_(capture)
+        , map_(map) {}
+
+    const Wirra::IntfId& idOf(const Packets::CaptureRecord& record) {
+        if (record.interface >= ids_.size()) ids_.resize(record.interface + std::size_t{1});
+        std::optional<Wirra::IntfId>& id = ids_[record.interface];
+        if (!id) {
+            const std::string name = capture_.interfaceName(record.interface);
+            if (record.linkType == Packets::LinkType::unknown) {
+                complain(fmt::format("{}: link type {} of interface {} is not understood: its "
+                                     "frames are ignored",
+                                     capture_.path().string(),
+                                     capture_.linkTypeNumber(record.interface), name));
+            }
+            id = map_.idOf(name);
+        }
+        return *id;
+    }
+
+  private:
+    const Packets::CaptureFile& capture_;
+    InterfaceMap& map_;
+    std::vector<std::optional<Wirra::IntfId>> ids_;
+};
+
+void countCapture(Packets::CaptureFile& capture, const Packets::IntegrityKeys& keys,
+                  InterfaceMap& map, Counter& counter, FrameCounts& frames, StopSignal& stop) {
     constexpr std::uint64_t kFramesBetweenLooks = 256;
+    Packets::FrameDecoder decoder(keys);
+    CaptureInterfaces interfaces(capture, map);
+    Progress progress(capture);
     Packets::CaptureRecord record;
-    while ((frames.frames % kFramesBetweenLooks != 0 || !stop.requested()) &&
-           capture.next(record)) {
-        countFrame(frames, Packets::decodeFrame(capture.linkType(), record.frame, counter));
+    while (capture.next(record)) {
+        counter.interfaceIs(interfaces.idOf(record));
+        countFrame(frames, decoder.decode(record, counter));
+        if (frames.frames % kFramesBetweenLooks != 0) continue;
+        progress.framesAre(frames.frames);
+        if (stop.requested()) break;
     }
 }
 
 } // namespace
 
 int runAgent(const AgentOptions& options) {
-    std::vector<Packets::LocalAddress> locals;
-    for (const std::string& text : options.locals) {
-        try {
-            locals.emplace_back(text);
-        } catch (const Packets::InputError& e) {
-            complain(e.what());
-            return exitUsage;
-        }
+    Network network;
+    try {
+        network = networkOf(options);
+    } catch (const Packets::InputError& e) {
+        complain(e.what());
+        return exitUsage;
     }
     int code = exitDone;
     // Nothing is made for captures none of which can be read.
@@ -133,13 +187,12 @@ int runAgent(const AgentOptions& options) {
         StopSignal stop;
         InterfaceMap interfaces(Mem::RootPath::base());
         AgentTables tables(options.fresh);
-        Counter counter(tables, locals);
+        Counter counter(tables, network.locals);
         FrameCounts frames;
         for (Packets::CaptureFile& capture : captures) {
             if (stop.requested()) break;
-            counter.interfaceIs(interfaces.idOf(capture.interfaceName()));
             try {
-                countCapture(capture, counter, frames, stop);
+                countCapture(capture, network.keys, interfaces, counter, frames, stop);
             } catch (const Packets::InputError& e) {
                 complain(e.what());
                 code = exitFailed;

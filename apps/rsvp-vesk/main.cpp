@@ -58,6 +58,8 @@ int run(int argc, char** argv) {
                "  rsvp-vesk --root /tmp/rsvp agent --pcap a.pcap --pcap b.pcap "
                "--local 192.0.2.1 --json\n"
                "      count two captures of the node 192.0.2.1 and print JSON\n"
+               "  rsvp-vesk agent --pcap trace.pcapng --key a1=secret\n"
+               "      check the digests of messages that are signed with key a1\n"
                "  rsvp-vesk agent --pcap trace.pcap --trace '*=1,2'\n"
                "      show how the tables are attached and how they grow\n"
                "  rsvp-vesk inspect mpls/rsvp/errorCounters/rxErrorCount\n"
@@ -92,6 +94,12 @@ int run(int argc, char** argv) {
                      "(repeatable); what comes from it was sent, all else received")
         ->allow_extra_args(false)
         ->type_name("ADDR");
+    agent
+        ->add_option("--key", agentOptions.keys,
+                     "Key of INTEGRITY objects, with its identifier in hexadecimal (repeatable); "
+                     "messages whose digest under a given key is wrong are errors")
+        ->allow_extra_args(false)
+        ->type_name("ID=TEXT");
     agent->add_flag("--fresh", agentOptions.fresh, "Remove what the tables hold first");
     agent->add_flag("--stay", agentOptions.stay,
                     "Stay the tables' writer after the last capture, until SIGTERM or SIGINT");

@@ -100,8 +100,9 @@ class Documents(unittest.TestCase):
         self.assertEqual(names, [f"I{number}" for number in range(1, 11)])
 
     def test_links_lead_somewhere(self):
-        for document in map(pathlib.Path, ("README.md", "docs/architecture.md", "docs/hosting.md",
-                                           "docs/layout.md", "docs/protocol.md")):
+        documents = ["README.md", *sorted(path.relative_to(PROJECT) for path in
+                                          PROJECT.glob("docs/*.md"))]
+        for document in map(pathlib.Path, documents):
             links = re.findall(r"\]\((?!http)([^)#]*)#?([^)]*)\)", read(document))
             self.assertTrue(links, document)
             for file, anchor in links:

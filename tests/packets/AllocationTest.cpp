@@ -28,15 +28,16 @@ struct Tally {
     std::size_t sent = 0, verdicts = 0;
 };
 
-TEST(Allocation, DecodingAllocatesNothing) {
+TEST(Allocation, NothingForAPacket) {
     const std::vector<OwnedFrame> frames = readFrames(PACKETS_SAMPLE);
     ASSERT_GT(allocations, frames.size()); // the counter counts
     Tally tally;
+    FrameDecoder decoder(noKeys);
     const std::size_t before = allocations;
     for (const OwnedFrame& owned : frames) {
-        (void)decodeFrame(LinkType::ethernet, owned.frame(), tally);
+        (void)decoder.decode(recordOf(owned.linkType, owned.frame()), tally);
     }
-    EXPECT_EQ(allocations, before);
+    EXPECT_LE(allocations, before + 1); // for all fragments, with the first
     EXPECT_GT(tally.sent, 0U);
     EXPECT_GT(tally.verdicts, tally.sent);
 }

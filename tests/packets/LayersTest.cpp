@@ -47,6 +47,11 @@ const Octets v4 = ethernet({0x0800}, concat({v4Header, path}));
 }
 
 using enum Location;
+
+[[nodiscard]] Location locate(LinkType type, const Frame& frame, RsvpPacket& packet) {
+    return FrameDecoder(noKeys).locate(recordOf(type, frame), packet);
+}
+
 constexpr std::size_t whole = SIZE_MAX;
 
 /// The capture kept each frame in these lengths; `payload` octets of RSVP are found.
@@ -58,8 +63,7 @@ void expect(Location location, std::initializer_list<std::size_t> captured,
             const Octets kept = firstOf(octets, std::min(length, octets.size()));
             RsvpPacket packet;
             const Frame frame{.captured = kept, .wireLength = octets.size()};
-            ASSERT_EQ(locateRsvp(LinkType::ethernet, frame, packet), location) << length;
-            ASSERT_EQ(packet.payload.data() != nullptr, location == found);
+            ASSERT_EQ(locate(LinkType::ethernet, frame, packet), location) << length;
             if (location != found) continue;
             EXPECT_EQ(Octets(packet.payload.begin(), packet.payload.end()), firstOf(path, payload));
             EXPECT_EQ(packet.source.mac, kept.data() + 6);
@@ -81,6 +85,106 @@ TEST(Layers, Link) {
     expect(ignored, {whole}, {retagged({0x86dd}, v4), retagged({0x0800}, v6())});
     expect(ignored, {whole},
            {{}, Octets(13, 2), ethernet({0x8100, 100}, {}), ethernet({0x0800}, {})});
+}
+
+/// What stands before the IP packet on every link, and the direction that it tells.
+TEST(Layers, Links) {
+    const Octets ip4(v4.begin() + 14, v4.end());
+    const Octets v6Frame = v6();
+    const Octets ip6(v6Frame.begin() + 14, v6Frame.end());
+    const Octets mac = {2, 0, 0x5e, 0x20, 0, 1, 2, 0, 0x5e, 0x10, 0, 1};
+    const Octets snap = {0xaa, 0xaa, 3, 0, 0, 0};
+    const Octets labels = {0, 1, 0x40, 64, 0, 2, 0x41, 63};
+    const Octets pppoe = {0x11, 0, 0, 1, 0, 70};
+    const auto cooked = [](std::uint8_t type, std::size_t protocol) {
+        return concat({{0, type, 0, 1, 0, 6, 2, 0, 0x5e, 0x10, 0, 1, 0, 0}, be16(protocol)});
+    };
+    const auto cooked2 = [](std::uint8_t type, std::size_t protocol) {
+        return concat(
+            {be16(protocol), {0, 0, 0, 0, 0, 1, 0, 1, type, 6, 2, 0, 0x5e, 0x10, 0, 1, 0, 0}});
+    };
+    struct Case {
+        LinkType type;
+        Octets header;
+        const Octets& packet;
+        Direction direction = Direction::unknown;
+    };
+    constexpr LinkType ethernetLink = LinkType::ethernet;
+    constexpr LinkType linuxCooked = LinkType::linuxCooked;
+    constexpr LinkType linuxCooked2 = LinkType::linuxCooked2;
+    constexpr LinkType rawIp = LinkType::rawIp;
+    constexpr LinkType bsdLoopback = LinkType::bsdLoopback;
+    constexpr LinkType ppp = LinkType::ppp;
+    constexpr LinkType ciscoHdlc = LinkType::ciscoHdlc;
+    constexpr Direction unknown = Direction::unknown;
+    constexpr Direction received = Direction::received;
+    constexpr Direction sent = Direction::sent;
+    const Case cases[] = {
+        {ethernetLink, concat({mac, be16(0x8847), labels}), ip4},
+        {ethernetLink, concat({mac, be16(0x8100), be16(7), be16(0x8848), labels}), ip6},
+        {ethernetLink, concat({mac, be16(200), snap, be16(0x0800)}), ip4},
+        {ethernetLink, concat({mac, be16(0x8100), be16(7), be16(200), snap, be16(0x86dd)}), ip6},
+        {ethernetLink, concat({mac, be16(200), {6, 6, 3}}), ip4},
+        {ethernetLink, concat({mac, be16(0x8864), pppoe, be16(0x0057)}), ip6},
+        {ethernetLink, concat({mac, be16(0x8864), pppoe, {0x21}}), ip4},
+        {linuxCooked, cooked(0, 0x0800), ip4, received},
+        {linuxCooked, cooked(3, 0x86dd), ip6},
+        {linuxCooked, concat({cooked(4, 0x8100), be16(7), be16(0x0800)}), ip4, sent},
+        {linuxCooked, concat({cooked(4, 4), snap, be16(0x0800)}), ip4, sent},
+        {linuxCooked2, cooked2(2, 0x86dd), ip6, received},
+        {linuxCooked2, concat({cooked2(4, 0x8847), labels}), ip4, sent},
+        {rawIp, {}, ip4},
+        {rawIp, {}, ip6},
+        {bsdLoopback, {2, 0, 0, 0}, ip4},
+        {bsdLoopback, {0, 0, 0, 2}, ip4},
+        {bsdLoopback, {30, 0, 0, 0}, ip6},
+        {bsdLoopback, {0, 0, 0, 24}, ip6},
+        {ppp, {0xff, 3, 0, 0x21}, ip4},
+        {ppp, {0, 0x57}, ip6},
+        {ppp, {0x57}, ip6},
+        {ppp, concat({{0xff, 3, 2, 0x81}, labels}), ip4},
+        {ppp, {0x0f, 0, 8, 0}, ip4},
+        {ciscoHdlc, {0x8f, 0, 0x86, 0xdd}, ip6},
+    };
+    for (const Case& each : cases) {
+        const Octets octets = concat({each.header, each.packet});
+        SCOPED_TRACE(testing::Message() << "case " << &each - cases);
+        RsvpPacket packet;
+        const auto locatedIn = [&](std::size_t kept, std::size_t wireLength) {
+            const Octets part = firstOf(octets, kept);
+            return locate(each.type, {.captured = part, .wireLength = wireLength}, packet);
+        };
+        for (std::size_t kept = 0; kept < octets.size(); ++kept) {
+            // A link header that is not whole tells nothing, unless the frame ends there.
+            if (kept < each.header.size()) {
+                ASSERT_EQ(locatedIn(kept, octets.size()), cut) << kept;
+            }
+            ASSERT_EQ(locatedIn(kept, kept), ignored) << kept;
+        }
+        ASSERT_EQ(locate(each.type, {.captured = octets, .wireLength = 0}, packet), found);
+        EXPECT_EQ(packet.payload.size(), path.size());
+        EXPECT_EQ(packet.source.direction, each.direction);
+        const bool hasMac =
+            each.type == ethernetLink || each.type == linuxCooked || each.type == linuxCooked2;
+        ASSERT_EQ(packet.source.mac != nullptr, hasMac);
+        const FrameSource source = packet.source;
+        const LocalAddress locals[] = {LocalAddress("02:00:5e:10:00:01")};
+        EXPECT_EQ(directionOf(source, locals), each.direction != unknown ? each.direction
+                                               : hasMac                  ? sent
+                                                                         : received);
+        // Not the other version, nor under another number.
+        EXPECT_EQ(locate(LinkType::unknown, {.captured = octets, .wireLength = 0}, packet),
+                  ignored);
+    }
+    const Octets others[] = {concat({mac, be16(200), {0xaa, 0xaa, 3, 0, 0, 1}, be16(0x0800), ip4}),
+                             concat({mac, be16(200), {0x42, 0x42, 3}, ip4}),
+                             concat({mac, be16(0x8847), {0, 1, 0x41, 64}, {0, 0}, ip4})};
+    RsvpPacket packet;
+    for (const Octets& other : others) {
+        EXPECT_EQ(locate(ethernetLink, {.captured = other, .wireLength = 0}, packet), ignored);
+    }
+    const Octets family = concat({{7, 0, 0, 0}, ip4});
+    EXPECT_EQ(locate(bsdLoopback, {.captured = family, .wireLength = 0}, packet), ignored);
 }
 
 TEST(Layers, Ipv4) {
@@ -105,7 +209,7 @@ TEST(Layers, WireLengthBelowTheCapturedIsNoCut) {
     RsvpPacket packet;
     for (const std::size_t wireLength : {std::size_t{0}, std::size_t{20}, v4.size() - 1}) {
         const Frame frame{.captured = v4, .wireLength = wireLength};
-        EXPECT_EQ(locateRsvp(LinkType::ethernet, frame, packet), found) << wireLength;
+        EXPECT_EQ(locate(LinkType::ethernet, frame, packet), found) << wireLength;
     }
 }
 
@@ -143,8 +247,8 @@ TEST(LocalAddress, MatchesTheFramesSource) {
     const Octets mac = {0x02, 0x00, 0x5e, 0x10, 0x00, 0x0a};
     // The first four octets are the address of the IPv4 frame.
     const Octets address = concat({{0x20, 0x01, 0x0d, 0xb8}, Octets(11, 0), {1}});
-    const FrameSource source4{mac.data(), Family::ipv4, address.data()};
-    const FrameSource source6{mac.data(), Family::ipv6, address.data()};
+    const FrameSource source4{Direction::unknown, mac.data(), Family::ipv4, address.data()};
+    const FrameSource source6{Direction::unknown, mac.data(), Family::ipv6, address.data()};
     const auto check = [&](bool ipv4, bool ipv6, std::initializer_list<const char*> texts) {
         for (const char* text : texts) {
             const LocalAddress locals[] = {LocalAddress("192.0.2.1"), LocalAddress(text)};
@@ -159,7 +263,8 @@ TEST(LocalAddress, MatchesTheFramesSource) {
         false, false,
         {"32.1.13.185", "2001:db8::2", "2001:db8::", "02:00:5e:10:00:0b", "02:00:5e:11", "20:01"});
     // A link without MAC addresses.
-    EXPECT_FALSE(LocalAddress("02").matches({nullptr, Family::ipv6, address.data()}));
+    EXPECT_FALSE(
+        LocalAddress("02").matches({Direction::unknown, nullptr, Family::ipv6, address.data()}));
 }
 
 TEST(LocalAddress, RefusesOtherTextAndSaysSo) {

@@ -3,11 +3,13 @@
 
 #include "Support.h"
 
+#include "packets/InputError.h"
+
 namespace Packets::Test {
 
 [[nodiscard]] std::string judgeAll(const Octets& payload) {
     Recorder recorder;
-    const bool sound = judgePayload(Family::ipv6, payload,
+    const bool sound = judgePayload(Family::ipv6, payload, noKeys,
                                     [&](const Verdict& verdict) { recorder.verdict(verdict); });
     EXPECT_EQ(sound, recorder.errors.empty());
     return recorder.findings.substr(2);
@@ -92,6 +94,58 @@ TEST(RsvpMessage, Bundles) {
     // A checksum that begins with INTEGRITY's class number, where its length would be 0x1014.
     const Octets alike = with(hello, 2, 4);
     expect("12 good, 20 checksum, 1 good", {bundle({alike, message(1, object(20, 5000))})});
+}
+
+/// INTEGRITY with key 0x0000000000a1 and a digest of sixteen octets.
+[[nodiscard]] Octets integrity(std::size_t key, const Octets& digest = Octets(16, 0)) {
+    return concat({{0, 36, 4, 1, 0, 0, 0, 0, 0, 0}, be16(key), Octets(8, 9), digest});
+}
+
+/// The digests are those that another implementation (Python's hmac) gives.
+TEST(RsvpMessage, Integrity) {
+    IntegrityKeys keys;
+    keys.add("a1=secret");
+    keys.add("00000000a2=");
+    const auto judged = [&keys](const Octets& payload) {
+        Recorder recorder;
+        judgePayload(Family::ipv4, payload, keys, [&](const Verdict& v) { recorder.verdict(v); });
+        return recorder.findings.substr(2);
+    };
+    // The checksum may be set or not: the digest is made without it.
+    const Octets digest = {0x72, 0x30, 0x1e, 0xef, 0xc0, 0x8f, 0xa7, 0x53,
+                           0xdf, 0xba, 0xe2, 0xa0, 0x1b, 0xe4, 0x23, 0xfd};
+    const Octets good = message(20, concat({integrity(0xa1, digest), object(22, 8)}));
+    EXPECT_EQ(judged(good), "20 good");
+    EXPECT_EQ(judged(unsummed(good)), "20 good");
+    for (std::size_t at = 8; at < good.size(); ++at) {
+        const std::string wanted = at >= 14 && at < 20              ? "20 good" // another key
+                                   : at == 8 || at == 9 || at == 10 ? ""        // another object
+                                   : at >= good.size() - 12 && at < good.size() - 10
+                                       ? ""
+                                       : "20 integrity";
+        const std::string found = judged(sealed(with(good, at, good[at] ^ 0x80U)));
+        if (!wanted.empty()) {
+            EXPECT_EQ(found, wanted) << at;
+        }
+    }
+    EXPECT_EQ(judged(spoiled(good)), "20 checksum");
+    // A bundle's own goes before its messages; theirs are their own.
+    const Octets around = {0xbb, 0xdc, 0xcd, 0x9d, 0xcb, 0x2e, 0x96, 0x4f,
+                           0xfa, 0xc8, 0xe2, 0x3b, 0x7b, 0x16, 0x29, 0x29};
+    EXPECT_EQ(judged(bundle({integrity(0xa2, around), hello, good})), "12 good, 20 good, 20 good");
+    EXPECT_EQ(judged(bundle({integrity(0xa2), hello, good})), "12 integrity");
+    EXPECT_EQ(judged(bundle({hello, message(20, integrity(0xa1))})),
+              "12 good, 20 good, 20 integrity");
+    // Found as far as objects can be walked; another length holds no such digest.
+    EXPECT_EQ(judged(message(20, concat({integrity(0xa1), {0, 0, 0, 0}}))), "20 integrity");
+    EXPECT_EQ(judged(message(20, concat({{0, 3, 0, 0}, integrity(0xa1)}))), "20 objects");
+    EXPECT_EQ(judged(message(20, {0, 16, 4, 1, 0, 0, 0, 0, 0, 0, 0, 0xa1, 0, 0, 0, 0})),
+              "20 integrity");
+    EXPECT_EQ(judged(message(20, {0, 8, 4, 1, 0, 0, 0, 0})), "20 good");
+    for (const char* const bad :
+         {"", "a1", "=x", "1234567890123=x", "g=x", "a1 =x", "-1=x", "a1=y"}) {
+        EXPECT_THROW(keys.add(bad), InputError) << bad;
+    }
 }
 
 TEST(RsvpMessage, ChecksumAgreesWithItsDefinition) {

@@ -87,6 +87,21 @@ struct Recorder {
     std::map<std::string, std::uint64_t> messages, errors;
 };
 
+inline const IntegrityKeys noKeys;
+
+[[nodiscard]] inline CaptureRecord recordOf(LinkType type, const Frame& frame) {
+    CaptureRecord record;
+    record.frame = frame;
+    record.linkType = type;
+    return record;
+}
+
+/// Decodes a frame that has nothing to do with any other.
+template <class Sink>
+Outcome decodeFrame(LinkType type, const Frame& frame, Sink& sink) {
+    return FrameDecoder(noKeys).decode(recordOf(type, frame), sink);
+}
+
 /// A frame that owns its bytes, in a heap block of exactly their size: an address checker then sees
 /// every read outside.
 struct OwnedFrame {
@@ -94,6 +109,7 @@ struct OwnedFrame {
 
     Octets octets;
     std::size_t wireLength = 0;
+    LinkType linkType = LinkType::unknown;
 };
 
 [[nodiscard]] inline std::vector<OwnedFrame> readFrames(const std::filesystem::path& file) {
@@ -102,7 +118,7 @@ struct OwnedFrame {
     std::vector<OwnedFrame> frames;
     while (capture.next(record)) {
         const Bytes bytes = record.frame.captured;
-        frames.push_back({{bytes.begin(), bytes.end()}, record.frame.wireLength});
+        frames.push_back({{bytes.begin(), bytes.end()}, record.frame.wireLength, record.linkType});
     }
     return frames;
 }

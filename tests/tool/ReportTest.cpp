@@ -54,16 +54,18 @@ TEST_F(Tool, InterfacesKeepTheirIdentifiers) {
         const auto bytes = TestSupport::fileBytes(root + "/interfaces");
         return json::parse(bytes.begin(), bytes.end()).at("interfaces");
     };
-    const std::string b = write("b.pcap", sample(24));
+    const std::string b = write("b.pcap", sample(5000));
     const std::string a = write("a.pcap", sample(5000));
-    const std::string c = write("c.pcap", sample(24));
+    const std::string c = write("c.pcap", sample(5000));
     agent({"--pcap", b});
     agent({"--pcap", a, "--pcap", c, "--pcap", b});
     agent({"--pcap", c, "--pcap", a});
     EXPECT_EQ(interfaces(), json::parse(R"([{"id": 1, "name": "b"}, {"id": 2, "name": "a"},
                                             {"id": 3, "name": "c"}])"));
     for (const auto& [row, count] : held()) {
-        EXPECT_TRUE(row.starts_with("a ") || row.find("ErrorType ") != std::string::npos) << row;
+        const bool known =
+            row.size() > 1 && std::string("abc").find(row[0]) != std::string::npos && row[1] == ' ';
+        EXPECT_TRUE(known || row.find("ErrorType ") != std::string::npos) << row;
     }
 }
 
