@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <unistd.h>
@@ -12,7 +13,7 @@ namespace {
 constexpr const char* kClear = "\r\033[K";
 
 std::string duration(double seconds) {
-    const auto whole = static_cast<std::uint64_t>(seconds + 0.5);
+    const auto whole = std::llround(seconds);
     if (whole < 60) return fmt::format("{} s", whole);
     return fmt::format("{}:{:02} min", whole / 60, whole % 60);
 }
@@ -44,7 +45,7 @@ void Progress::framesAre(std::uint64_t frames) {
     std::cerr << kClear
               << fmt::format("{}: {:.1f} million frames, {:.2f} million/s",
                              capture_.path().filename().string(), read / 1e6, read / elapsed / 1e6);
-    if (capture_.size() != 0) {
+    if (capture_.size() != 0 && capture_.position() != 0) {
         const double part =
             static_cast<double>(capture_.position()) / static_cast<double>(capture_.size());
         std::cerr << fmt::format(", {:.0f} %, {} left", part * 100,
