@@ -25,7 +25,7 @@ MAPPED = ["platform/Vesk", "platform/VeskCore", "src/VeskCore", "src/Vesk"]
 MEMCPY = re.compile(r"\bmemcpy\b|\bmemmove\b|\bmemset\b")
 MEMCPY_ON_PRIVATE = {
     "platform/Vesk/SlotHeaderCommon.cpp": "fills the name of a private header image",
-    "src/Vesk/VeskWriter.h": "copies the default value into a caller's buffer",
+    "src/Vesk/VeskInterface.h": "copies the default value into a caller's buffer",
 }
 
 

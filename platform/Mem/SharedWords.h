@@ -147,6 +147,16 @@ inline void copyWordsIn(StopPoint point, void* shared, const void* from, std::si
     }
 }
 
+/// The other way round, for a reader: what it reads may be of different moments.
+inline void copyWordsOut(void* to, const void* shared, std::size_t bytes) {
+    auto* target = static_cast<std::byte*>(to);
+    const auto* from = static_cast<const std::byte*>(shared);
+    for (std::size_t at = 0; at < bytes; at += 8) {
+        const std::uint64_t word = load(*reinterpret_cast<const std::uint64_t*>(from + at));
+        std::memcpy(target + at, &word, sizeof word);
+    }
+}
+
 /// The single writer's view of a value that it alone stores: plain reads are sound for it, and
 /// for nobody else.
 template <class T>

@@ -35,11 +35,30 @@ struct Counters {
 
 } // namespace Vesk::Writer
 
+namespace VeskCore::Bucket {
+
+struct ReaderCounters {
+    std::uint64_t resizes = 0;
+    std::uint64_t mappedSize = 0;
+};
+
+} // namespace VeskCore::Bucket
+
 namespace Vesk::Reader {
 
 /// What a reader has done since it attached.
 struct Counters {
     std::uint64_t lookups = 0;
+    /// Values that were under rewrite and were read from the lookaside slot.
+    std::uint64_t lookasideReads = 0;
+    /// Walks that began again because a link had changed under them.
+    std::uint64_t retries = 0;
+    std::uint64_t slowNexts = 0;
+    std::uint64_t slotResizes = 0;
+    /// Resizes of the slots that moved the mapping.
+    std::uint64_t remaps = 0;
+    VeskCore::Bucket::ReaderCounters buckets;
+    std::uint64_t slotsMappedSize = 0;
     /// Corrupt shared memory that the table's front has met.
     std::uint64_t corruptions = 0;
 };

@@ -81,6 +81,7 @@ class SlotHeaderCommon {
     Mem::VersionedRef<std::uint32_t> numSlots() const {
         return Mem::VersionedRef<std::uint32_t>::loadFrom(numSlots_);
     }
+    std::uint32_t tableSize() const { return Mem::load(tableSize_); }
     std::uint32_t highWaterNumSlots() const { return Mem::load(highWaterNumSlots_); }
     std::uint32_t occupiedSlots() const { return Mem::load(occupiedSlots_); }
     std::uint32_t highWaterOccupancy() const { return Mem::load(highWaterOccupancy_); }

@@ -45,6 +45,16 @@ class alignas(8) SlotLink {
     std::uint32_t state() const { return static_cast<std::uint32_t>(Mem::load(word_)); }
     std::uint32_t next() const { return static_cast<std::uint32_t>(Mem::load(word_) >> 32U); }
 
+    /// Both halves of one moment.
+    struct Loaded {
+        std::uint32_t state;
+        std::uint32_t next;
+    };
+    Loaded loaded() const {
+        const std::uint64_t word = Mem::load(word_);
+        return {static_cast<std::uint32_t>(word), static_cast<std::uint32_t>(word >> 32U)};
+    }
+
     /// Keeps I1.
     void nextIs(Mem::StopPoint point, std::uint32_t next) {
         Mem::publish(point, word_, wordOf(state() + kStateStep, next));

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Vesk::Util {
 
@@ -19,6 +21,15 @@ void validateFile(const Mem::Mapping& mapping) {
         Pello::raise<Pello::CorruptionDetectedException>({"Util", "Vesk/Util", "validateFile"},
                                                          "{}", problem);
     }
+}
+
+void writeCorruptionFile(const Mem::OruRootPath& rootPath, const Pello::String& text) {
+    const int fd = open(rootPath.filePath(CORRUPTION_FILENAME).c_str(),
+                        O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0) return;
+    // The name alone is the news; the text is for people.
+    [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
+    close(fd);
 }
 
 bool runningOnPhysicalDut() { return physicalDut; }

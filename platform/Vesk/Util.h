@@ -7,6 +7,10 @@ namespace Vesk::Util {
 /// Name of the marker that a reader leaves when it finds a table corrupt.
 inline constexpr const char* CORRUPTION_FILENAME = "corruption-detected";
 
+/// Leaves the marker, with what was found, for the writer to see. A reader that may not write there
+/// leaves none, and one that is there already stays.
+void writeCorruptionFile(const Mem::OruRootPath& rootPath, const Pello::String& text);
+
 /// Throws `CorruptionDetectedException` unless the file behind the mapping is still the one that
 /// its name leads to, a regular file, and at least as large as the mapping.
 void validateFile(const Mem::Mapping& mapping);

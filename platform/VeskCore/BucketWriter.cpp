@@ -17,20 +17,39 @@ constexpr std::uint32_t kMagic = 0x544B4256; // "VBKT"
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr std::uint32_t kInitialBuckets = 2;
 
-std::uint64_t fileSize(std::uint32_t buckets) {
-    return Pello::Util::fileSizeHelper(buckets, sizeof(SlotLink), BucketTable::Header::kSize);
-}
-
 Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
     return {"BucketWriter", "VeskCore/BucketWriter", operation, line};
 }
 
 } // namespace
 
+std::uint64_t BucketTable::fileSize(std::uint32_t buckets) {
+    return Pello::Util::fileSizeHelper(buckets, sizeof(SlotLink), Header::kSize);
+}
+
 Pello::String BucketTable::Header::toString() const {
     return fmt::format("magic:{:#x} ravoId:{} format:{} flags:{} numBuckets:{}", Mem::load(magic),
                        Mem::load(ravoId), Mem::load(format), Mem::load(flags),
                        VersionedCount::loadFrom(numBuckets));
+}
+
+bool BucketTable::Header::validate(VersionedCount count, std::uint64_t size, SharedMem::RavoId id,
+                                   Pello::String& error) const {
+    const std::uint32_t n = count.value;
+    if (Mem::load(magic) != kMagic || Mem::load(format) != kFormatVersion) {
+        error = fmt::format("bad bucket header magic:{:#x} format:{}", Mem::load(magic),
+                            Mem::load(format));
+    } else if (Mem::load(ravoId) != id.word()) {
+        error = fmt::format("bad bucket ravo id:{} wanted:{}", Mem::load(ravoId), id);
+    } else if (!std::has_single_bit(n)) {
+        error = fmt::format("bad numBuckets:{}", n);
+    } else if (BucketTable::fileSize(n) > size) {
+        error = fmt::format("bad bucket file size:{} wanted:{} for {} buckets", size,
+                            BucketTable::fileSize(n), n);
+    } else {
+        return true;
+    }
+    return false;
 }
 
 BucketWriter<SlotLink>::BucketWriter(std::shared_ptr<Pello::Platform::DebugHandler> handler,
@@ -44,14 +63,14 @@ BucketWriter<SlotLink>::BucketWriter(std::shared_ptr<Pello::Platform::DebugHandl
 unsigned BucketWriter<SlotLink>::attach(SharedMem::RavoId id) {
     detach();
     const bool existed = mapping_->existingSize() != 0;
-    const std::uint64_t size = fileSize(kInitialBuckets);
+    const std::uint64_t size = BucketTable::fileSize(kInitialBuckets);
     if (!mapping_->attachAs(size)) {
         Pello::raise<Pello::InvalidInitializeException>(tagOf("attach"),
                                                         "cannot attach to shmem {} size:{}: {}",
                                                         mapping_->name(), size, mapping_->error());
     }
     Pello::String error;
-    if (existed && validateText(id, error)) {
+    if (existed && sound(id, error)) {
         adopt();
         PELLO_TRACE(*this, 2, tagOf("attach"), "to existing {}", mapping_->name());
         return 2;
@@ -71,11 +90,11 @@ unsigned BucketWriter<SlotLink>::attach(SharedMem::RavoId id) {
 bool BucketWriter<SlotLink>::load(std::span<const std::byte> image, SharedMem::RavoId id,
                                   Pello::String& error) {
     detach();
-    if (!mapping_->load(image, fileSize(kInitialBuckets))) {
+    if (!mapping_->load(image, BucketTable::fileSize(kInitialBuckets))) {
         error = mapping_->error();
         return false;
     }
-    if (!validateText(id, error)) return false;
+    if (!sound(id, error)) return false;
     adopt();
     return true;
 }
@@ -108,7 +127,7 @@ void BucketWriter<SlotLink>::detach() {
 }
 
 void BucketWriter<SlotLink>::resize(std::uint32_t n) {
-    const std::uint64_t size = fileSize(n);
+    const std::uint64_t size = BucketTable::fileSize(n);
     if (!mapping_->resize(size)) {
         Pello::raise<Pello::MemoryResourceException>(
             tagOf("resize"),
@@ -125,27 +144,13 @@ void BucketWriter<SlotLink>::publishNumBuckets(std::uint32_t n) {
     numBuckets_ = n;
 }
 
-bool BucketWriter<SlotLink>::validateText(SharedMem::RavoId id, Pello::String& error) const {
+bool BucketWriter<SlotLink>::sound(SharedMem::RavoId id, Pello::String& error) const {
     const BucketTable::Header& h = header();
-    const std::uint32_t n = VersionedCount::loadFrom(h.numBuckets).value;
-    if (Mem::load(h.magic) != kMagic || Mem::load(h.format) != kFormatVersion) {
-        error = fmt::format("bad bucket header magic:{:#x} format:{}", Mem::load(h.magic),
-                            Mem::load(h.format));
-    } else if (Mem::load(h.ravoId) != id.word()) {
-        error = fmt::format("bad bucket ravo id:{} wanted:{}", Mem::load(h.ravoId), id);
-    } else if (!std::has_single_bit(n)) {
-        error = fmt::format("bad numBuckets:{}", n);
-    } else if (fileSize(n) > mapping_->size()) {
-        error = fmt::format("bad bucket file size:{} wanted:{} for {} buckets", mapping_->size(),
-                            fileSize(n), n);
-    } else {
-        return true;
-    }
-    return false;
+    return h.validate(VersionedCount::loadFrom(h.numBuckets), mapping_->size(), id, error);
 }
 
 bool BucketWriter<SlotLink>::validate(SharedMem::RavoId id, Pello::String& error) const {
-    const bool ok = validateText(id, error);
+    const bool ok = sound(id, error);
     if (!ok) PELLO_TRACE(*this, 0, tagOf("validate"), "{}", error);
     return ok;
 }

@@ -36,8 +36,15 @@ struct BucketTable {
         std::uint64_t numBuckets;
 
         static Header& at(std::byte* base) { return *reinterpret_cast<Header*>(base); }
+        /// False with a reason unless the header is one of this layout and identity, and the file
+        /// large enough for that count.
+        bool validate(Mem::VersionedRef<std::uint32_t> count, std::uint64_t size,
+                      SharedMem::RavoId id, Pello::String& error) const;
         Pello::String toString() const;
     };
+
+    /// Bytes of a file with that many buckets.
+    static std::uint64_t fileSize(std::uint32_t buckets);
 };
 
 static_assert(sizeof(BucketTable::Header) == BucketTable::Header::kSize);
@@ -99,7 +106,7 @@ class BucketWriter<Vesk::SlotLink> : public Pello::Debuggable {
     Vesk::SlotLink& rawWord(std::uint32_t bucket) const { return words_[bucket]; }
 
   private:
-    bool validateText(SharedMem::RavoId id, Pello::String& error) const;
+    bool sound(SharedMem::RavoId id, Pello::String& error) const;
     void format(SharedMem::RavoId id);
     void adopt();
 

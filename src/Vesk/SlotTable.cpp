@@ -21,26 +21,27 @@ void SlotTableBase::detach() {
     lastReadIsNone();
 }
 
-std::uint64_t SlotTableBase::fileSize(std::uint32_t numSlots) const {
-    return Pello::Util::fileSizeHelper(numSlots, shape_.slotSize, headerSize());
+std::uint64_t SlotFile::size(const SlotFileShape& shape, std::uint32_t numSlots) {
+    return Pello::Util::fileSizeHelper(numSlots, shape.slotSize, headerSize(shape));
 }
 
-bool SlotTableBase::validateHeader(std::uint64_t memSize, SharedMem::RavoId id,
-                                   Pello::String& error) const {
+bool SlotFile::validate(const Pello::Platform::DebugHandler& handler,
+                        const SlotHeaderCommon& header, const SlotFileShape& shape,
+                        std::uint64_t memSize, SharedMem::RavoId id, Pello::String& error) {
     const Pello::SourceTag tag("SlotTable::Header", "Vesk/SlotTable", "validate");
-    if (!header_->validate(*debugHandler(), SlotHeaderCommon::kSize, memSize, id, shape_, error)) {
+    if (!header.validate(handler, SlotHeaderCommon::kSize, memSize, id, shape, error)) {
         return false;
     }
-    const std::uint32_t numSlots = header_->numSlots().value;
-    if (memSize < headerSize()) {
-        error = fmt::format("bad header file size: {} wanted:{}", memSize, headerSize());
+    const std::uint32_t numSlots = header.numSlots().value;
+    if (memSize < headerSize(shape)) {
+        error = fmt::format("bad header file size: {} wanted:{}", memSize, headerSize(shape));
     } else {
         try {
-            const std::uint64_t needed = fileSize(numSlots);
+            const std::uint64_t needed = size(shape, numSlots);
             if (needed > memSize) {
                 error = fmt::format("bad shmem size:{} wanted:{} for {} slots", memSize, needed,
                                     numSlots);
-            } else if (const std::uint32_t highWater = header_->highWaterNumSlots();
+            } else if (const std::uint32_t highWater = header.highWaterNumSlots();
                        numSlots > highWater) {
                 error = fmt::format("bad numSlots:{} highWater:{}", numSlots, highWater);
             } else {
@@ -50,7 +51,7 @@ bool SlotTableBase::validateHeader(std::uint64_t memSize, SharedMem::RavoId id,
             error = fmt::format("bad numSlots: {} message: {}", numSlots, e.message());
         }
     }
-    PELLO_TRACE(*this, 0, tag, "{}", error);
+    PELLO_TRACE(handler, 0, tag, "{}", error);
     return false;
 }
 

@@ -21,10 +21,27 @@
 
 namespace Vesk {
 
+/// What a slot file is told by its name, its sizes and its header, whoever maps it.
+struct SlotFile {
+    static constexpr const char* FILENAME = "slots";
+
+    static std::uint32_t headerSize(const SlotFileShape& shape) {
+        return SlotHeaderCommon::kSize + shape.slotSize;
+    }
+    /// Throws `RuntimeException` when that overflows.
+    static std::uint64_t size(const SlotFileShape& shape, std::uint32_t numSlots);
+
+    /// Checks a header against the size of the file. Never throws; the reason is in `error`, and
+    /// traced at level 0.
+    static bool validate(const Pello::Platform::DebugHandler& handler,
+                         const SlotHeaderCommon& header, const SlotFileShape& shape,
+                         std::uint64_t memSize, SharedMem::RavoId id, Pello::String& error);
+};
+
 /// The part that depends on sizes only, not on types.
 class SlotTableBase : public Pello::Debuggable {
   public:
-    static constexpr const char* FILENAME = "slots";
+    static constexpr const char* FILENAME = SlotFile::FILENAME;
 
     SlotTableBase(std::shared_ptr<Pello::Platform::DebugHandler> handler,
                   const Mem::OruRootPath& rootPath, Mem::SharedMemWrapper::Options options,
@@ -44,12 +61,14 @@ class SlotTableBase : public Pello::Debuggable {
     const Mem::OruRootPath& rootPath() const { return rootPath_; }
 
     std::uint32_t slotSize() const { return shape_.slotSize; }
-    std::uint32_t headerSize() const { return SlotHeaderCommon::kSize + shape_.slotSize; }
-    std::uint64_t fileSize(std::uint32_t numSlots) const;
+    std::uint32_t headerSize() const { return SlotFile::headerSize(shape_); }
+    std::uint64_t fileSize(std::uint32_t numSlots) const {
+        return SlotFile::size(shape_, numSlots);
+    }
 
-    /// Checks a slot file's header against the mapped size. Never throws; the reason is in
-    /// `error`, and traced at level 0.
-    bool validateHeader(std::uint64_t memSize, SharedMem::RavoId id, Pello::String& error) const;
+    bool validateHeader(std::uint64_t memSize, SharedMem::RavoId id, Pello::String& error) const {
+        return SlotFile::validate(*debugHandler(), *header_, shape_, memSize, id, error);
+    }
 
     /// The last slot whose value was handed out.
     const Mem::VersionAnchor& lastRead() const { return lastRead_; }

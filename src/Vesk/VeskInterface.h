@@ -4,6 +4,7 @@
 #include "Vesk/VeskInterfaceBase.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace Vesk {
 
@@ -38,6 +39,15 @@ class VeskInterface : public VeskInterfaceBase {
     std::uint32_t hashSeed() const { return hashSeed_; }
 
   protected:
+    /// What a lookup returns for an absent key; copied into the caller's buffer when there is one.
+    static const Value* absentInto(void* buffer) {
+        const Value& absent = Ops::defaultValue();
+        if (buffer != nullptr) {
+            std::memcpy(buffer, static_cast<const void*>(&absent), sizeof absent);
+        }
+        return &absent;
+    }
+
     std::uint32_t hashSeed_;
 
   private:

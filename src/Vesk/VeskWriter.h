@@ -28,7 +28,6 @@
 #include "VeskCore/WriterHashMap.h"
 
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <span>
@@ -397,9 +396,7 @@ auto VeskWriter<Ops>::lookup(const Key& key, bool& found, void* buffer) const ->
     ++counters_.lookups;
     if (const Value* const value = hashMap_.lookup(key, found)) return value;
     slots_.lastReadIsNone();
-    const Value& absent = Ops::defaultValue();
-    if (buffer != nullptr) std::memcpy(buffer, static_cast<const void*>(&absent), sizeof absent);
-    return &absent;
+    return this->absentInto(buffer);
 }
 
 template <class Ops>

@@ -1,0 +1,105 @@
+#include "Mem/BusGuard.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstdint>
+#include <mutex>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace Mem::BusGuard {
+
+namespace {
+
+/// The handler reads it while other threads change it, so every field is a word of its own, and an
+/// entry counts while its base is not 0.
+struct Range {
+    std::atomic<std::uintptr_t> base{0};
+    std::atomic<std::size_t> size{0};
+};
+
+constexpr std::size_t kRanges = 8192;
+
+std::array<Range, kRanges> ranges;
+std::atomic<std::size_t> used{0}; // entries behind it were never used
+std::atomic<bool> guarding{true};
+std::atomic<std::uintptr_t> pageSize{0};
+struct sigaction previous {};
+
+std::mutex& mutex() {
+    static auto* const instance = new std::mutex;
+    return *instance;
+}
+
+bool isGuarded(std::uintptr_t address) {
+    const std::size_t count = used;
+    return std::any_of(ranges.begin(), ranges.begin() + static_cast<std::ptrdiff_t>(count),
+                       [address](const Range& range) {
+                           const std::uintptr_t base = range.base;
+                           return base != 0 && address >= base && address - base < range.size;
+                       });
+}
+
+void handle(int signal, siginfo_t* info, void* context) {
+    const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
+    const std::uintptr_t page = pageSize;
+    if (info->si_code == BUS_ADRERR && isGuarded(address)) {
+        void* const zeros = reinterpret_cast<void*>(address / page * page);
+        if (mmap(zeros, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == zeros) {
+            return;
+        }
+    }
+    if ((previous.sa_flags & SA_SIGINFO) != 0) {
+        previous.sa_sigaction(signal, info, context);
+    } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
+        previous.sa_handler(signal);
+    } else {
+        // The read is tried again, and ends the process as it would have without this handler.
+        std::signal(signal, SIG_DFL);
+    }
+}
+
+void install() {
+    static const bool installed = [] {
+        pageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+        struct sigaction action {};
+        action.sa_sigaction = handle;
+        action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+        sigemptyset(&action.sa_mask);
+        return sigaction(SIGBUS, &action, &previous) == 0;
+    }();
+    static_cast<void>(installed);
+}
+
+} // namespace
+
+void enabledIs(bool enabled) { guarding = enabled; }
+
+bool add(const std::byte* base, std::size_t size) {
+    if (!guarding) return true;
+    const std::lock_guard lock(mutex());
+    install();
+    const auto page = pageSize.load();
+    for (std::size_t i = 0; i < kRanges; ++i) {
+        Range& range = ranges[i];
+        if (range.base != 0) continue;
+        range.size = (size + page - 1) / page * page;
+        range.base = reinterpret_cast<std::uintptr_t>(base);
+        used = std::max(used.load(), i + 1);
+        return true;
+    }
+    return false;
+}
+
+void remove(const std::byte* base) {
+    const std::lock_guard lock(mutex());
+    for (std::size_t i = 0; i < used; ++i) {
+        if (ranges[i].base != reinterpret_cast<std::uintptr_t>(base)) continue;
+        ranges[i].base = 0;
+        return;
+    }
+}
+
+} // namespace Mem::BusGuard

@@ -1,0 +1,260 @@
+#pragma once
+
+// A table as another process reads it: straight from the writer's files, without a lock, without a
+// system call for a read, and without telling the writer.
+//
+// Who may call: one thread. Returned values are copies, in the caller's buffer or in the reader's
+// own, which the next read overwrites.
+//
+// What a walk finds inconsistent may be the doing of a resize: when the files have been resized
+// meanwhile they are mapped anew and the read is made again; only what stays inconsistent is
+// corruption. Reads allocate nothing, but for a resize that has to be followed.
+
+#include "Mem/Atomics.h"
+#include "Pello/Time.h"
+#include "Pello/TypeName.h"
+#include "SharedMem/RavoFile.h"
+#include "Vesk/SlotReader.h"
+#include "Vesk/Util.h"
+#include "Vesk/VeskInterface.h"
+#include "VeskCore/ReaderHashMap.h"
+
+#include <memory>
+
+namespace Vesk {
+
+template <class Ops>
+class VeskReader : public VeskInterface<Ops>, public Pello::Debuggable {
+  public:
+    using Key = typename Ops::Key;
+    using Value = typename Ops::Value;
+
+    /// Maps nothing and makes nothing. The counters are the caller's, or with null its own.
+    VeskReader(std::shared_ptr<Pello::Platform::DebugHandler> handler, const Pello::String& path,
+               const Ops& ops, Reader::Counters* counters)
+        : VeskInterface<Ops>(ops)
+        , Debuggable(handler)
+        , rootPath_(*handler, path, false)
+        , ownCounters_(counters == nullptr ? std::make_unique<Reader::Counters>() : nullptr)
+        , counters_(counters == nullptr ? *ownCounters_ : *counters)
+        , slots_(handler, rootPath_, Pello::typeName<typename Value::FrameworkValue>(), counters_,
+                 this->hashSeed_)
+        , hashMap_(handler, rootPath_, slots_, this->hashSeed_, counters_) {}
+    ~VeskReader() override { doDetach(); }
+
+    /// Attaches to the writer's files. False, with the reason traced at level 0, when they are not
+    /// there or not sound; a marker is left in the table's folder for the latter. Throws
+    /// `InvalidInitializeException` on a processor that cannot do it.
+    bool initialize(const Pello::String& event) override;
+    void detach(bool /*force*/) override { doDetach(); }
+
+    /// The value in `buffer` (a `Value`), or in the reader's own; the default value for an absent
+    /// key, which is then also copied into `buffer`.
+    const Value* lookup(const Key& key, bool& found, void* buffer) const override;
+    bool first(Value& out, IterHint& hint) const override;
+    bool next(const Key& key, Value& out, IterHint& hint) const override;
+
+    /// The value that a slot holds; false when it holds none, and then `fallback` gets the default
+    /// value when it is given.
+    bool getValue(unsigned slotIndex, Value& value, void* fallback);
+    /// The same into untyped memory of a value's size, which `size` becomes.
+    bool getValue(unsigned slotIndex, void* buffer, unsigned& size);
+
+    std::uint32_t members() const override {
+        return slots_.attached() ? slots_.header().occupiedSlots() : 0;
+    }
+    std::uint32_t buckets() const override { return hashMap_.buckets().numBuckets(); }
+    std::uint32_t minSize() const override { return 0; }
+    std::uint32_t maxSize() const override {
+        return slots_.attached() ? slots_.header().tableSize() : 0;
+    }
+    std::uint32_t capacity() const override { return slots_.capacity(); }
+    VeskType type() const override { return VeskType::reader; }
+    bool quiesced() const override { return this->initialized(); }
+    Reader::Counters readerCounters() const override {
+        counters_.slotsMappedSize = slots_.mappedSize();
+        counters_.buckets.mappedSize = hashMap_.buckets().mappedSize();
+        return counters_;
+    }
+    Mem::OruRootPath rootPath() const override { return rootPath_; }
+    Pello::String veskName() const override { return rootPath_.dirName(); }
+    MoxSharedMem::MountStatus mountStatus() const override {
+        return this->initialized() ? MoxSharedMem::MountStatus::mounted
+                                   : MoxSharedMem::MountStatus::notMounted;
+    }
+    SharedMem::RavoId ravoId() const override { return ravoId_; }
+    /// Throws `VersionMismatchException` when the slot that was read last has changed since. Only
+    /// after a read that found its entry.
+    void validateVersionAnchor() const override { slots_.validateLastRead(); }
+    Mem::CacheVersionAnchor getCacheVersionAnchor() const override {
+        return {slots_.lastRead().sequence, slots_.lastRead().offset};
+    }
+
+    /// Follows resizes of the writer; true when there were any.
+    bool doResize() const;
+    /// Name and both headers as text.
+    Pello::String dumpHeaders() const;
+    SlotReaderTable<Ops>& slotTable() const { return slots_; }
+
+  private:
+    static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
+        return {"VeskReader", "Vesk/VeskReader", operation, line};
+    }
+
+    /// Runs a read until no resize has overtaken it; `onResize` before each new try.
+    template <class Read, class OnResize>
+    bool retryOnResize(Read&& read, OnResize&& onResize) const;
+    void doDetach();
+    bool refuse(const char* what) const;
+    bool refuseFile(const char* what, const Pello::String& error) const;
+
+    Mem::OruRootPath rootPath_;
+    std::unique_ptr<Reader::Counters> ownCounters_;
+    Reader::Counters& counters_;
+    mutable SlotReaderTable<Ops> slots_;
+    mutable VeskCore::ReaderHashMap<Ops> hashMap_;
+    SharedMem::RavoId ravoId_;
+    mutable Value scratch_;
+};
+
+template <class Ops>
+bool VeskReader<Ops>::initialize(const Pello::String& event) {
+    const char* const operation = "initialize";
+    if (!Mem::Atomics::checkCpuSupport()) {
+        Pello::raise<Pello::InvalidInitializeException>(tagOf(operation),
+                                                        "Hardware does not support Atomics");
+    }
+    if (this->initialized()) return true;
+    if (!hashMap_.buckets().attach()) return refuse("failed to attach to buckets");
+    if (!slots_.attach()) return refuse("failed to attach to slots");
+    const SharedMem::RavoFile ravoFile(*debugHandler(), rootPath_, false);
+    ravoId_ = ravoFile.read();
+    const double mtime = ravoFile.mtime();
+    if (ravoId_ == SharedMem::RavoId()) {
+        refuse("failed to read ravo file");
+        return refuse(dumpHeaders().c_str());
+    }
+    Pello::String error;
+    if (!hashMap_.buckets().validate(ravoId_, error)) {
+        return refuseFile("failed to validate buckets", error);
+    }
+    if (!slots_.validate(ravoId_, error)) return refuseFile("failed to validate slots", error);
+    this->initializedIs(true);
+    PELLO_TRACE(*this, 1, tagOf(operation),
+                "success {} capacity:{} ravoId:{} mtime:{} delay:{} event:{}", rootPath_,
+                capacity(), ravoId_, mtime, Pello::time() - mtime, event);
+    return true;
+}
+
+template <class Ops>
+bool VeskReader<Ops>::refuse(const char* what) const {
+    PELLO_TRACE(*this, 0, tagOf("initialize"), "{}", what);
+    return false;
+}
+
+template <class Ops>
+bool VeskReader<Ops>::refuseFile(const char* what, const Pello::String& error) const {
+    refuse(what);
+    refuse(dumpHeaders().c_str());
+    Util::writeCorruptionFile(rootPath_, error);
+    return false;
+}
+
+template <class Ops>
+Pello::String VeskReader<Ops>::dumpHeaders() const {
+    if (!slots_.attached() || !hashMap_.buckets().attached()) return {};
+    return fmt::format("Vesk table \"{}\"\n\n\n{}\n\n{}\n\n", rootPath_, slots_.header().toString(),
+                       hashMap_.buckets().header().toString());
+}
+
+template <class Ops>
+void VeskReader<Ops>::doDetach() {
+    if (!this->initialized()) {
+        PELLO_TRACE(*this, 5, tagOf("detach"), "{}", "already detached");
+        return;
+    }
+    hashMap_.buckets().detach();
+    slots_.detach();
+    this->initializedIs(false);
+    PELLO_TRACE(*this, 1, tagOf("detach"), "{} detached", rootPath_);
+}
+
+template <class Ops>
+bool VeskReader<Ops>::doResize() const {
+    const bool slots = slots_.doResize();
+    const bool buckets = hashMap_.buckets().doResize();
+    return slots || buckets;
+}
+
+template <class Ops>
+template <class Read, class OnResize>
+bool VeskReader<Ops>::retryOnResize(Read&& read, OnResize&& onResize) const {
+    while (true) {
+        bool result = false;
+        try {
+            result = read();
+        } catch (const Pello::CorruptionDetectedException&) {
+            if (!doResize()) throw;
+            onResize();
+            continue;
+        }
+        const bool slots = slots_.doResize();
+        const bool buckets = hashMap_.buckets().doResize();
+        if (!slots && !buckets) return result;
+        onResize();
+    }
+}
+
+template <class Ops>
+auto VeskReader<Ops>::lookup(const Key& keyArgument, bool& found, void* buffer) const
+    -> const Value* {
+    const Key key = keyArgument; // it may lie in the buffer
+    ++counters_.lookups;
+    Value& out = buffer != nullptr ? *static_cast<Value*>(buffer) : scratch_;
+    found = retryOnResize([&] { return hashMap_.lookup(key, out); }, [] {});
+    if (found) return &out;
+    slots_.lastReadIsNone();
+    return this->absentInto(buffer);
+}
+
+template <class Ops>
+bool VeskReader<Ops>::first(Value& out, IterHint& hint) const {
+    const auto read = [&] {
+        return hashMap_.buckets().numBuckets() != 0 && hashMap_.first(0, out, hint);
+    };
+    if (retryOnResize(read, [] {})) return true;
+    slots_.lastReadIsNone();
+    out = Ops::defaultValue();
+    return false;
+}
+
+template <class Ops>
+bool VeskReader<Ops>::next(const Key& keyArgument, Value& out, IterHint& hint) const {
+    const Key key = keyArgument; // it may lie in `out`
+    const auto forget = [&hint] { hint.bucket = IterHint().bucket; };
+    if (retryOnResize([&] { return hashMap_.next(key, out, hint); }, forget)) return true;
+    slots_.lastReadIsNone();
+    return false;
+}
+
+template <class Ops>
+bool VeskReader<Ops>::getValue(unsigned slotIndex, Value& value, void* fallback) {
+    const auto read = [&] {
+        return slotIndex < slots_.capacity() && slots_.read(slotIndex, value).occupied();
+    };
+    if (retryOnResize(read, [] {})) return true;
+    slots_.lastReadIsNone();
+    if (fallback != nullptr) this->absentInto(fallback);
+    return false;
+}
+
+template <class Ops>
+bool VeskReader<Ops>::getValue(unsigned slotIndex, void* buffer, unsigned& size) {
+    const bool occupied = getValue(slotIndex, scratch_, nullptr);
+    Ops::Marshall::fromSlot(*static_cast<Value*>(buffer),
+                            reinterpret_cast<const std::byte*>(&scratch_));
+    size = sizeof(Value);
+    return occupied;
+}
+
+} // namespace Vesk
