@@ -9,8 +9,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <limits>
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace Packets {
@@ -20,14 +22,51 @@ namespace {
 /// The C library's own 4 KiB would mean a system call for every two dozen packets.
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 
-/// Opened here rather than by libpcap, to which "-" is standard input, and which would let a child
-/// process inherit the descriptor.
-[[nodiscard]] File openFile(const std::filesystem::path& path, std::span<char> buffer) {
-    File file(std::fopen(path.c_str(), "rbe"));
-    if (!file) {
-        throw InputError(fmt::format("{}: cannot open: {}", path.string(), std::strerror(errno)));
+/// A source that may keep its reader waiting for ever.
+struct Pipe {
+    int fd;
+    int stop;
+};
+
+ssize_t readPipe(void* cookie, char* octets, std::size_t size) {
+    const auto& pipe = *static_cast<const Pipe*>(cookie);
+    while (true) {
+        std::array<pollfd, 2> waiting{{{pipe.stop, POLLIN, 0}, {pipe.fd, POLLIN, 0}}};
+        if (poll(waiting.data(), waiting.size(), -1) < 0 && errno != EINTR) return -1;
+        if (waiting[0].revents != 0) return 0;
+        if (waiting[1].revents == 0) continue;
+        const ssize_t got = read(pipe.fd, octets, size);
+        if (got >= 0 || (errno != EAGAIN && errno != EINTR)) return got;
     }
-    std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
+}
+
+int closePipe(void* cookie) {
+    const std::unique_ptr<Pipe> pipe(static_cast<Pipe*>(cookie));
+    return close(pipe->fd);
+}
+
+/// Opened here rather than by libpcap, to which "-" is standard input, and which would let a child
+/// process inherit the descriptor. `size` becomes that of a regular file.
+[[nodiscard]] File openFile(const std::filesystem::path& path, int stop, std::uint64_t& size) {
+    // A named pipe must not keep the opener waiting for its other end.
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    File file;
+    if (fd >= 0) {
+        struct stat status {};
+        if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+            size = static_cast<std::uint64_t>(status.st_size);
+            file.reset(fdopen(fd, "rb"));
+        } else {
+            auto pipe = std::make_unique<Pipe>(Pipe{fd, stop});
+            file.reset(fopencookie(pipe.get(), "rb", {readPipe, nullptr, nullptr, closePipe}));
+            if (file) (void)pipe.release(); // closePipe deletes it
+        }
+    }
+    if (!file) {
+        const int error = errno;
+        if (fd >= 0) close(fd);
+        throw InputError(fmt::format("{}: cannot open: {}", path.string(), std::strerror(error)));
+    }
     return file;
 }
 
@@ -113,15 +152,12 @@ class PcapReader final : public RecordReader {
 
 } // namespace
 
-CaptureFile::CaptureFile(std::filesystem::path path)
+CaptureFile::CaptureFile(std::filesystem::path path, int stop)
     : path_(std::move(path))
     , buffer_(std::make_unique<char[]>(bufferSize)) {
-    File file = openFile(path_, {buffer_.get(), bufferSize});
+    File file = openFile(path_, stop, size_);
+    std::setvbuf(file.get(), buffer_.get(), _IOFBF, bufferSize);
     const bool pcapng = isPcapng(path_, file.get());
-    struct stat status {};
-    if (fstat(fileno(file.get()), &status) == 0 && S_ISREG(status.st_mode)) {
-        size_ = static_cast<std::uint64_t>(status.st_size);
-    }
     file_ = file.get();
     try {
         if (pcapng) {

@@ -41,8 +41,9 @@ class CaptureFile {
   public:
     /// Opens the file and reads its header. InputError with the file's name and the reason when
     /// there is no such file, when it is no capture, or when it is a pcap file whose link type is
-    /// not understood.
-    explicit CaptureFile(std::filesystem::path path);
+    /// not understood. What is no regular file, such as a pipe, ends early as soon as the
+    /// descriptor `stop` is readable, when one is given: whoever feeds it may never come to an end.
+    explicit CaptureFile(std::filesystem::path path, int stop = -1);
     ~CaptureFile();
     CaptureFile(const CaptureFile&) = delete;
     CaptureFile(CaptureFile&&) noexcept;

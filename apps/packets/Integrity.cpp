@@ -41,9 +41,10 @@ void IntegrityKeys::add(std::string_view text) {
         std::from_chars(number.data(), number.data() + number.size(), id, 16);
     if (sign == std::string_view::npos || number.empty() || number.size() > maxDigits ||
         error != std::errc{} || stop != number.data() + number.size()) {
-        throw InputError(fmt::format("bad key '{}': wanted ID=TEXT, with an identifier of up to {} "
+        // Nothing of the text is repeated: it may be the secret.
+        throw InputError(fmt::format("bad key: wanted ID=TEXT, with an identifier of up to {} "
                                      "hexadecimal digits",
-                                     number, maxDigits));
+                                     maxDigits));
     }
     auto key = std::make_unique<Key>();
     const std::string_view secret = text.substr(sign + 1);

@@ -19,6 +19,7 @@ constexpr std::size_t trailerLength = 4;
 constexpr std::size_t sectionHeaderLength = 28;
 constexpr std::size_t maxBlock = std::size_t{16} << 20U;
 constexpr std::size_t maxInterfaces = 65536;
+constexpr std::size_t longestName = 255; // octets that are kept
 
 constexpr std::uint32_t byteOrderMagic = 0x1A2B3C4D;
 constexpr std::uint32_t interfaceDescription = 1;
@@ -140,9 +141,7 @@ void PcapngReader::forEachOption(Bytes options, Visit visit) const {
         const std::size_t length = word16(options.data() + 2);
         if (code == Option::end) return;
         options = options.subspan(4);
-        if (padded(length) > options.size()) {
-            fail("an option reaches beyond its block");
-        }
+        if (padded(length) > options.size()) return; // what stands before the options is good
         visit(code, options.first(length));
         options = options.subspan(padded(length));
     }
@@ -161,6 +160,7 @@ void PcapngReader::describeInterface(Bytes body) {
     forEachOption(body.subspan(fixed), [&](std::uint16_t code, Bytes value) {
         if (code == Option::name) {
             interface.name.assign(value.begin(), std::find(value.begin(), value.end(), 0));
+            interface.name.resize(std::min(interface.name.size(), longestName));
         } else if (code == Option::resolution && value.size() == 1) {
             interface.binary = (value[0] & 0x80U) != 0;
             interface.exponent = value[0] & 0x7fU;

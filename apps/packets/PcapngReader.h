@@ -19,7 +19,7 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 /// interfaces of its own; Enhanced, Simple and (obsolete) Packet Blocks. Other blocks are skipped.
 ///
 /// A block that contradicts itself ends the reading, because nobody knows where the next begins.
-/// Memory is bounded by the largest block that is taken, 16 MiB.
+/// Memory is bounded by the largest block that is taken, 16 MiB, and by 65536 interfaces.
 class PcapngReader final : public RecordReader {
   public:
     static constexpr std::uint32_t sectionHeader = 0x0A0D0D0A; ///< how a file begins

@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <span>
 
@@ -110,6 +111,39 @@ void countFrame(FrameCounts& frames, Packets::Outcome outcome) {
     }
 }
 
+/// The captures that can be read, opened one after the other.
+class Captures {
+  public:
+    Captures(const std::vector<std::filesystem::path>& paths, StopSignal& stop)
+        : paths_(paths)
+        , stop_(stop) {}
+
+    /// The next one that can be read, after complaints of those that cannot; null at the end.
+    std::unique_ptr<Packets::CaptureFile> next() {
+        while (next_ < paths_.size() && !stop_.requested()) {
+            try {
+                return std::make_unique<Packets::CaptureFile>(paths_[next_++], stop_.fd());
+            } catch (const Packets::InputError& e) {
+                complainOf(e);
+            }
+        }
+        return nullptr;
+    }
+    /// Who stopped the reading has nothing to hear of the record that it broke off.
+    void complainOf(const Packets::InputError& e) {
+        if (stop_.requested()) return;
+        complain(e.what());
+        failed_ = true;
+    }
+    bool failed() const { return failed_; }
+
+  private:
+    const std::vector<std::filesystem::path>& paths_;
+    StopSignal& stop_;
+    std::size_t next_ = 0;
+    bool failed_ = false;
+};
+
 /// The identifiers of one capture's interfaces, each looked up when its first frame is met.
 class CaptureInterfaces {
   public:
@@ -121,14 +155,13 @@ class CaptureInterfaces {
         if (record.interface >= ids_.size()) ids_.resize(record.interface + std::size_t{1});
         std::optional<Wirra::IntfId>& id = ids_[record.interface];
         if (!id) {
-            const std::string name = capture_.interfaceName(record.interface);
+            id = map_.idOf(capture_.interfaceName(record.interface));
             if (record.linkType == Packets::LinkType::unknown) {
                 complain(fmt::format("{}: link type {} of interface {} is not understood: its "
                                      "frames are ignored",
                                      capture_.path().string(),
-                                     capture_.linkTypeNumber(record.interface), name));
+                                     capture_.linkTypeNumber(record.interface), map_.nameOf(*id)));
             }
-            id = map_.idOf(name);
         }
         return *id;
     }
@@ -165,18 +198,12 @@ int runAgent(const AgentOptions& options) {
         complain(e.what());
         return exitUsage;
     }
-    int code = exitDone;
+    StopSignal stop;
+    Captures captures(options.captures, stop);
     // Nothing is made for captures none of which can be read.
-    std::vector<Packets::CaptureFile> captures;
-    for (const std::filesystem::path& path : options.captures) {
-        try {
-            captures.emplace_back(path);
-        } catch (const Packets::InputError& e) {
-            complain(e.what());
-            code = exitFailed;
-        }
-    }
-    if (captures.empty()) return code;
+    std::unique_ptr<Packets::CaptureFile> capture = captures.next();
+    if (!capture) return captures.failed() ? exitFailed : exitDone;
+    int code = exitDone;
 
     if (const std::string problem = Mem::RootPath::makeOwnFolders(Mem::RootPath::base());
         !problem.empty()) {
@@ -184,20 +211,18 @@ int runAgent(const AgentOptions& options) {
         return exitFailed;
     }
     try {
-        StopSignal stop;
         InterfaceMap interfaces(Mem::RootPath::base());
         AgentTables tables(options.fresh);
         Counter counter(tables, network.locals);
         FrameCounts frames;
-        for (Packets::CaptureFile& capture : captures) {
-            if (stop.requested()) break;
+        for (; capture && !stop.requested(); capture = captures.next()) {
             try {
-                countCapture(capture, network.keys, interfaces, counter, frames, stop);
+                countCapture(*capture, network.keys, interfaces, counter, frames, stop);
             } catch (const Packets::InputError& e) {
-                complain(e.what());
-                code = exitFailed;
+                captures.complainOf(e);
             }
         }
+        if (captures.failed()) code = exitFailed;
         if (options.stay) stop.wait();
         if (options.json) {
             reportJson(std::cout, tables, interfaces, frames);

@@ -16,9 +16,43 @@ namespace {
 
 /// Far above any number of interfaces, and below the number that stands for no interface.
 constexpr std::uint64_t kLargestId = 0xFFFF'FFFE;
+/// The file is written anew for each new name; who brings more has made them up.
+constexpr std::size_t kMostNames = 4096;
 
 Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
     return {"InterfaceMap", "rsvp-vesk/InterfaceMap", operation, line};
+}
+
+/// The octets of the UTF-8 character at `at`, which is no control character; 0 when there is none.
+std::size_t characterAt(const std::string& text, std::size_t at) {
+    const auto octet = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned lead = octet(at);
+    if (lead < 0x80) return lead >= 0x20 && lead != 0x7f && lead != '\\' ? 1 : 0;
+    const std::size_t size = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+    if (lead < 0xc2 || lead > 0xf4 || at + size > text.size()) return 0;
+    for (std::size_t i = at + 1; i < at + size; ++i) {
+        if ((octet(i) & 0xc0U) != 0x80U) return 0;
+    }
+    const unsigned second = octet(at + 1);
+    const bool overlong = (lead == 0xe0 && second < 0xa0) || (lead == 0xf0 && second < 0x90);
+    const bool beyond = (lead == 0xed && second > 0x9f) || (lead == 0xf4 && second > 0x8f);
+    const bool control = lead == 0xc2 && second < 0xa0;
+    return overlong || beyond || control ? 0 : size;
+}
+
+/// A name may hold any octets. Those that are no UTF-8, control characters, which a terminal would
+/// obey, and the backslash itself become "\xNN", so that names stay apart.
+std::string printable(const std::string& name) {
+    std::string result;
+    for (std::size_t at = 0; at < name.size();) {
+        if (const std::size_t size = characterAt(name, at); size != 0) {
+            result.append(name, at, size);
+            at += size;
+        } else {
+            result += fmt::format("\\x{:02x}", static_cast<unsigned char>(name[at++]));
+        }
+    }
+    return result;
 }
 
 } // namespace
@@ -58,12 +92,13 @@ void InterfaceMap::read() {
     }
 }
 
-Wirra::IntfId InterfaceMap::idOf(const std::string& name) {
+Wirra::IntfId InterfaceMap::idOf(const std::string& rawName) {
+    const std::string name = printable(rawName);
     if (const auto known = ids_.find(name); known != ids_.end()) {
         return Wirra::IntfId(known->second);
     }
     const std::uint64_t id = names_.empty() ? 1 : names_.rbegin()->first + 1;
-    if (id > kLargestId) {
+    if (id > kLargestId || names_.size() >= kMostNames) {
         Pello::raise<Pello::InvalidInitializeException>(
             tagOf("idOf"), "{}: no identifier is left for \"{}\"", path_.string(), name);
     }
@@ -89,10 +124,7 @@ void InterfaceMap::write() const {
     for (const auto& [id, name] : names_) {
         entries.push_back({{"id", id}, {"name", name}});
     }
-    // A capture's file name may hold any bytes; what is no UTF-8 is shown as such.
-    const std::string text = nlohmann::json{{"interfaces", entries}}.dump(
-                                 2, ' ', false, nlohmann::json::error_handler_t::replace) +
-                             "\n";
+    const std::string text = nlohmann::json{{"interfaces", entries}}.dump(2) + "\n";
     const std::filesystem::path fresh = path_.string() + ".new";
     std::ofstream out(fresh, std::ios::binary | std::ios::trunc);
     out << text;

@@ -11,6 +11,8 @@ class StopSignal {
 
     /// One of them has come.
     bool requested();
+    /// Readable when one has come and was not asked for yet.
+    int fd() const { return fd_; }
     /// Turns the thread's loop until one has come.
     void wait();
 

@@ -69,6 +69,27 @@ TEST_F(Tool, InterfacesKeepTheirIdentifiers) {
     }
 }
 
+/// A file may be called anything, and so may an interface.
+TEST_F(Tool, NamesOfAnyOctetsStayApartAndLast) {
+    const std::vector<std::string> names = {"a\xff", "a\xfe", "a\xc2\x9b", "z\x1b[2Jz", "\xc3\xa9"};
+    std::vector<std::string> arguments;
+    for (const std::string& name : names) {
+        arguments.insert(arguments.end(), {"--pcap", write(name + ".pcap", sample(5000))});
+    }
+    for (int run = 0; run < 3; ++run) {
+        const Outcome outcome = agent(arguments);
+        EXPECT_EQ(outcome.code, 1) << outcome.err; // each capture breaks off
+        EXPECT_EQ(outcome.err.find("interfaces"), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.out.find('\x1b'), std::string::npos);
+    }
+    const auto bytes = TestSupport::fileBytes(root + "/interfaces");
+    const auto interfaces = json::parse(bytes.begin(), bytes.end()).at("interfaces");
+    ASSERT_EQ(interfaces.size(), names.size());
+    EXPECT_EQ(interfaces[0].at("name"), "a\\xff");
+    EXPECT_EQ(interfaces[2].at("name"), "a\\xc2\\x9b");
+    EXPECT_EQ(interfaces[4].at("name"), "\xc3\xa9");
+}
+
 TEST_F(Tool, TracesShowOnTheErrorStreamAlone) {
     const std::string rx = "mpls.rsvp.messageCounters.rxIpv4Count";
     const std::string tx = "mpls.rsvp.errorCounters.txErrorCount";
