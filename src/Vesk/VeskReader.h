@@ -250,11 +250,8 @@ bool VeskReader<Ops>::getValue(unsigned slotIndex, Value& value, void* fallback)
 
 template <class Ops>
 bool VeskReader<Ops>::getValue(unsigned slotIndex, void* buffer, unsigned& size) {
-    const bool occupied = getValue(slotIndex, scratch_, nullptr);
-    Ops::Marshall::fromSlot(*static_cast<Value*>(buffer),
-                            reinterpret_cast<const std::byte*>(&scratch_));
     size = sizeof(Value);
-    return occupied;
+    return getValue(slotIndex, *static_cast<Value*>(buffer), nullptr);
 }
 
 } // namespace Vesk
