@@ -46,7 +46,7 @@ void handle(int signal, siginfo_t* info, void* context) {
     const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
     const std::uintptr_t page = pageSize;
     if (info->si_code == BUS_ADRERR && isGuarded(address)) {
-        void* const zeros = reinterpret_cast<void*>(address / page * page);
+        void* const zeros = static_cast<std::byte*>(info->si_addr) - address % page;
         if (mmap(zeros, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == zeros) {
             return;
         }
