@@ -350,12 +350,20 @@ TEST(BusGuard, CallsTheHandlerThatWasThereBefore) {
     const auto end = TestSupport::inChild([] {
         static volatile std::sig_atomic_t calls = 0;
         static void* own = nullptr;
+        static struct sigaction before {};
         struct sigaction action {};
-        action.sa_handler = [](int) {
+        // A guard that an earlier reader of this process has installed is called for the rest.
+        action.sa_flags = SA_SIGINFO;
+        action.sa_sigaction = [](int signal, siginfo_t* info, void* context) {
+            if (info->si_addr != own) {
+                if ((before.sa_flags & SA_SIGINFO) == 0) std::_Exit(3);
+                before.sa_sigaction(signal, info, context);
+                return;
+            }
             calls = calls + 1;
             mmap(own, 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
         };
-        sigaction(SIGBUS, &action, nullptr);
+        sigaction(SIGBUS, &action, &before);
         const TestSupport::TempRoot root;
         const auto writer = openWriter<TestSupport::SpShape>("t", TestSupport::growingTable());
         writer->write(TestSupport::SpShape::value(1, 1), true);
