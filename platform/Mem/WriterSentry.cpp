@@ -25,7 +25,7 @@ WriterSentry::WriterSentry(std::shared_ptr<Pello::Platform::DebugHandler> handle
     : Debuggable(std::move(handler))
     , notifiee_(notifiee)
     , rootPath_(rootPath)
-    , watch_(rootPath.path(), [this] { mountAttempt("files changed", false); })
+    , watch_(rootPath.path(), 100ms, [this] { mountAttempt("files changed", false); })
     , files_(std::move(files)) {}
 
 std::vector<Pello::String> WriterSentry::missing() const {

@@ -25,7 +25,7 @@ constexpr std::uint32_t formatAndSize(std::uint32_t headerSize) {
 struct SlotHeaderLayout {
     using H = SlotHeaderCommon;
     static_assert(sizeof(H) == H::kSize && std::is_trivially_copyable_v<H>);
-    static_assert(offsetof(H, slotSize_) == 12 && offsetof(H, ravoId_) == 16);
+    static_assert(offsetof(H, slotSize_) == 12 && offsetof(H, ravoId_) == H::kRavoIdOffset);
     static_assert(offsetof(H, valueSize_) == 20 && offsetof(H, tableSize_) == 24);
     static_assert(offsetof(H, flags_) == 28 && offsetof(H, pageSize_) == 32);
     static_assert(offsetof(H, creationTime_) == 40 && offsetof(H, typeName_) == 48);

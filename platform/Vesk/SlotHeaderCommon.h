@@ -47,6 +47,7 @@ struct SlotFileShape {
 class SlotHeaderCommon {
   public:
     static constexpr std::uint16_t kSize = 600;
+    static constexpr std::uint32_t kRavoIdOffset = 16;
     static constexpr std::uint32_t kNotifying = 2;
     static constexpr std::uint16_t kCriticalSection = 1;
 

@@ -33,6 +33,7 @@ class VeskMapBase : public ControlBase, public Mem::ReaderSentry::Notifiee {
     bool readerFullyAttached() const override;
     /// A shadow that is attached and has lost its writer.
     bool disconnectedActiveReader() const override;
+    bool inTransition() const override { return transitions_ != 0; }
     /// The name of the collection's type, for the owner file.
     virtual Pello::String classType() const = 0;
 
@@ -45,9 +46,24 @@ class VeskMapBase : public ControlBase, public Mem::ReaderSentry::Notifiee {
     const MapDescriptor& descriptor() const { return descriptor_; }
 
   protected:
+    /// Stands while an attach or detach of the front runs.
+    class Transition {
+      public:
+        explicit Transition(VeskMapBase& front)
+            : front_(front) {
+            ++front_.transitions_;
+        }
+        ~Transition() { --front_.transitions_; }
+        Transition(const Transition&) = delete;
+        Transition& operator=(const Transition&) = delete;
+
+      private:
+        VeskMapBase& front_;
+    };
+
     // Why an implementation is asked to attach.
-    inline static const Pello::String eventInit_ = "VeskMap::init";
-    inline static const Pello::String eventTryAttach_ = "tryAttach";
+    inline static const Pello::String eventInit_ = Mem::Sentry::kInit;
+    inline static const Pello::String eventTryAttach_ = Mem::Sentry::kTryAttach;
     inline static const Pello::String eventNotifEnabled_ = "notifications enabled";
     inline static const Pello::String eventFlushComplete_ = "VeskMap::flushComplete";
     inline static const Pello::String eventDisconnect_ = "VeskMap::handleDisconnect";
@@ -70,6 +86,7 @@ class VeskMapBase : public ControlBase, public Mem::ReaderSentry::Notifiee {
     mutable bool notifying_ = true;
 
   private:
+    unsigned transitions_ = 0;
     mutable std::uint64_t corruptions_ = 0;
     mutable Pello::String lastCorruption_;
 };

@@ -54,6 +54,18 @@ class MoxVeskMap final : public Vesk::VeskMap<Ops> {
         const Mox::KeepAlive alive(entity_);
         Front::detach(force);
     }
+    void attach(const Pello::String& event) override {
+        const Mox::KeepAlive alive(entity_);
+        Front::attach(event);
+    }
+    void tryAttach() const override {
+        const Mox::KeepAlive alive(entity_);
+        Front::tryAttach();
+    }
+    void notifyingIs(bool on) const override {
+        const Mox::KeepAlive alive(entity_);
+        Front::notifyingIs(on);
+    }
 
     bool validateFiles(const Pello::String& name, unsigned int size) override;
     Pello::String classType() const override { return Pello::typeName<Coll>(); }

@@ -15,8 +15,10 @@
 #include "SharedMem/RavoFile.h"
 #include "Vesk/VeskDummy.h"
 #include "Vesk/VeskMapBase.h"
+#include "Vesk/VeskReader.h"
 #include "Vesk/VeskWriter.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -116,7 +118,8 @@ class VeskMap : public VeskMapBase, public Mem::WriterSentry::Notifiee {
     bool criticalTaskCheck() const override { return impl().criticalTaskCheck(); }
     void scratchpadIs(std::uint64_t word) override { impl().scratchpadIs(word); }
     std::uint64_t scratchpad() const override { return impl().scratchpad(); }
-    /// There is no reader to attach yet: every attempt fails, and the placeholder stays.
+    /// Has a reader take the place of what the front holds, unless it cannot attach. Fatal for a
+    /// writer's front.
     void attach(const Pello::String& event) override;
     void detach(bool force) override;
     Pello::String classType() const override { return {}; }
@@ -271,7 +274,12 @@ void VeskMap<Ops>::initReader() {
     }
     impl_ = std::make_unique<VeskDummy<Ops>>(debugHandler_, name_, ops_, nullptr);
     try {
-        mounter_ = std::make_unique<Mem::ReaderSentry>(debugHandler_, rootPath(), *this);
+        mounter_ = std::make_unique<Mem::ReaderSentry>(
+            debugHandler_, rootPath(), *this,
+            std::vector<Mem::ReaderSentry::IdentityWord>{
+                {SlotTableBase::FILENAME, SlotHeaderCommon::kRavoIdOffset},
+                {VeskCore::BucketWriter<SlotLink>::FILENAME,
+                 offsetof(VeskCore::BucketTable::Header, ravoId)}});
         mounter_->mountAttempt(eventInit_, false);
     } catch (const Pello::InvalidInitializeException&) {
         // In a root of its own this process may see no tables at all.
@@ -309,17 +317,33 @@ void VeskMap<Ops>::installDummy() {
 }
 
 template <class Ops>
-void VeskMap<Ops>::attach(const Pello::String& /*event*/) {
+void VeskMap<Ops>::attach(const Pello::String& event) {
     if (mode() == VeskType::writer) {
         Pello::fatal(debugHandler_.get(), tagOf("attach"), "invoked for a writer");
     }
+    const Transition transition(*this);
     PELLO_TRACE(*debugHandler_, 2, tagOf("attach"), "attempting to attach {} as {}", rootPath(),
                 mode());
-    PELLO_TRACE(*debugHandler_, 1, tagOf("attach"), "initialize failed for {}", rootPath());
+    // There is no shadow to be had yet: such a front stays on its placeholder.
+    std::unique_ptr<Interface> reader;
+    if (mode() == VeskType::reader) {
+        reader = std::make_unique<VeskReader<Ops>>(debugHandler_, name_, ops_, nullptr);
+        reader->yieldTimeIs(yieldTime_);
+        reader->notifyingIs(notifying_);
+    }
+    if (!reader || !reader->initialize(event)) {
+        PELLO_TRACE(*debugHandler_, 1, tagOf("attach"), "initialize failed for {}", rootPath());
+        return;
+    }
+    PELLO_TRACE(*debugHandler_, 2, tagOf("attach"), "{}", "successful");
+    impl_ = std::move(reader);
+    if (type() == VeskType::reader) notify_.quiescedNotify(true);
+    notify_.mountStatusNotify();
 }
 
 template <class Ops>
 void VeskMap<Ops>::detach(bool force) {
+    const Transition transition(*this);
     const Mem::OruRootPath root(*debugHandler_, name_, false);
     PELLO_TRACE(*debugHandler_, 1, tagOf("detach"), "{}", root);
     if (impl_) impl_->detach(force);
@@ -433,6 +457,7 @@ inline bool VeskMap<Ops>::guardedRead(Read&& read) const {
         return read();
     } catch (const Pello::CorruptionDetectedException& e) {
         doCorruptionDetected(e.message());
+        if (mounter_) mounter_->readFailed();
         return false;
     }
 }

@@ -142,7 +142,7 @@ bool VeskReader<Ops>::initialize(const Pello::String& event) {
     this->initializedIs(true);
     PELLO_TRACE(*this, 1, tagOf(operation),
                 "success {} capacity:{} ravoId:{} mtime:{} delay:{} event:{}", rootPath_,
-                capacity(), ravoId_, mtime, Pello::time() - mtime, event);
+                capacity(), ravoId_, mtime, Pello::wallTime() - mtime, event);
     return true;
 }
 

@@ -411,6 +411,8 @@ TEST(Controls, MayEndEverythingFromANotification) {
     const std::vector<std::pair<bool, Call>> calls = {
         {false, init},
         {true, [](auto& front) { front.controlDetach(); }},
+        // The files of the writers before it are there.
+        {false, [](auto& front) { front.init(::Vesk::VeskType::reader, false, 10); }},
         {true, [](auto& front) { front.cleanupAndDetach(); }},
     };
     for (const auto& [initialized, call] : calls) {

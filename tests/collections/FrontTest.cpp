@@ -86,6 +86,16 @@ bool isDumped(const std::string& path) {
     return line.find(" dd") == std::string::npos;
 }
 
+/// Runs the thread's loop until `done`, at most 10 s.
+template <class Done>
+void turnUntil(const Done& done) {
+    const double end = Pello::time() + 10;
+    while (!done() && Pello::time() < end) {
+        Pello::Loop::ofThisThread()->runOnce(100);
+    }
+    EXPECT_TRUE(done());
+}
+
 TYPED_TEST(FrontOf, BeginsInProcessMemory) {
     EXPECT_EQ(this->front.status(), MountStatus::notMounted);
     this->front.safeWrite(TypeParam::value(1, 1));
@@ -332,14 +342,6 @@ TYPED_TEST(FrontOf, ChecksItselfWhenAReaderLeavesItsMarker) {
     this->front.notifyingIs(true);
     EXPECT_TRUE(fs::exists(marker));
     this->front.directCommit();
-    const auto loop = Pello::Loop::ofThisThread();
-    const auto turnUntil = [&](const auto& done) {
-        const double end = Pello::time() + 10;
-        while (!done() && Pello::time() < end) {
-            loop->runOnce(100);
-        }
-        EXPECT_TRUE(done());
-    };
     // By itself, as soon as the loop turns: the check that had to wait, and one for a new marker.
     turnUntil([&] { return !fs::exists(marker); });
     leaveMarker();
@@ -351,6 +353,64 @@ TYPED_TEST(FrontOf, ChecksItselfWhenAReaderLeavesItsMarker) {
         turnUntil([&] { return !capture.lines().empty(); });
         EXPECT_THAT(capture.lines().at(0).text, HasSubstr(finding));
     }
+}
+
+TYPED_TEST(FrontOf, OfAReaderWaitsForTheTableAndFollowsIt) {
+    const std::string path = this->root.path() + "/t";
+    const std::string marker = this->root.file("t", "corruption-detected");
+    Front<TypeParam>& reader = this->front;
+    const auto mounted = [&] { return reader.status() == MountStatus::mounted; };
+    const auto has = [&](std::uint32_t number) {
+        bool found = false;
+        reader.safeLookup(TypeParam::key(number), found);
+        return found;
+    };
+    const std::size_t canaries = Pello::Util::canaryLog().size();
+    EXPECT_EQ(this->init(MapDescriptor(0, VeskType::reader)), "ok");
+    reader.tryAttach();
+    EXPECT_FALSE(mounted() || fs::exists(path));
+    EXPECT_TRUE(reader.heard.empty());
+
+    Front<TypeParam> writer;
+    writer.init(MapDescriptor(10, VeskType::writer));
+    writer.safeWrite(TypeParam::value(1, 7));
+    const std::uint32_t magic = TestSupport::wordOf(path + "/buckets", 0);
+    TestSupport::patchWord(path + "/buckets", 0, ~magic);
+    TestSupport::TraceCapture capture(0x26);
+    reader.tryAttach();
+    EXPECT_FALSE(mounted());
+    EXPECT_TRUE(fs::exists(marker));
+    EXPECT_EQ(capture.find("initialize failed for " + path)->level, 1U);
+    TestSupport::patchWord(path + "/buckets", 0, magic);
+    EXPECT_TRUE(reader.heard.empty());
+    EXPECT_EQ(Pello::Util::canaryLog().size(), canaries);
+
+    capture.clear();
+    reader.tryAttach();
+    EXPECT_TRUE(mounted() && has(1) && !has(2));
+    EXPECT_EQ(capture.find(fmt::format("attempting to attach {} as reader", path))->level, 2U);
+    EXPECT_EQ(capture.find("successful")->level, 2U);
+    EXPECT_THAT(reader.heard, ElementsAre("quiesced true", "mount 1"));
+    EXPECT_EQ(Pello::Util::canaryLog().back(), fmt::format("mounted {} mountStatus:1", path));
+    reader.tryAttach();
+    EXPECT_EQ(capture.find(path + " is already mounted, mountStatus:1")->level, 5U);
+    EXPECT_EQ(reader.readerCounters().lookups, 2U);
+    EXPECT_THROW(reader.safeWrite(TypeParam::value(2, 1)), Pello::NoPermissionException);
+
+    // From here on by itself.
+    reader.heard.clear();
+    reader.detach(true);
+    EXPECT_FALSE(mounted() || has(1));
+    EXPECT_THAT(reader.heard, ElementsAre("quiesced false", "mount 0"));
+    turnUntil(mounted);
+    EXPECT_TRUE(has(1));
+    writer.cleanupAndDetach();
+    turnUntil([&] { return !mounted(); });
+    writer.init(MapDescriptor(10, VeskType::writer));
+    writer.safeWrite(TypeParam::value(2, 1));
+    turnUntil([&] { return has(2); });
+    EXPECT_FALSE(has(1));
+    EXPECT_FALSE(fs::exists(marker));
 }
 
 /// The slot of a virtual function, as calls through a pointer to it find it.

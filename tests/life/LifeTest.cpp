@@ -2,6 +2,10 @@
 // lost that was whole.
 
 #include "Environment.h"
+#include "MoxVesk/MountInfo.h"
+#include "Pello/Loop.h"
+#include "Pello/Time.h"
+#include "Rsvp/MessageCounterColl.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,6 +20,8 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -189,6 +195,108 @@ TEST_F(Life, CleaningUpRemovesAllFilesOfATable) {
     EXPECT_EQ(agent.tell("cleanup"), "ok ");
     EXPECT_TRUE(fs::is_empty(root.path() + "/m/rxIpv4Count"));
     EXPECT_TRUE(fs::exists(root.file("m/rxIpv6Count", "slots")));
+}
+
+/// Takes every inotify instance that this user may have.
+struct NoWatches {
+    NoWatches() {
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        for (int fd = 0; (fd = inotify_init1(IN_CLOEXEC)) >= 0;) {
+            fds.push_back(fd);
+        }
+        EXPECT_EQ(errno, EMFILE);
+    }
+    ~NoWatches() {
+        for (const int fd : fds) {
+            close(fd);
+        }
+    }
+    NoWatches(const NoWatches&) = delete;
+    NoWatches& operator=(const NoWatches&) = delete;
+
+    std::vector<int> fds;
+};
+
+class Follow : public Life, public testing::WithParamInterface<bool> {
+  protected:
+    Follow() {
+        if (GetParam()) noWatches = std::make_unique<NoWatches>();
+    }
+    std::unique_ptr<NoWatches> noWatches;
+};
+INSTANTIATE_TEST_SUITE_P(ByWatchOrByPolling, Follow, testing::Bool());
+
+TEST_P(Follow, AReaderIsOnTheTableThatTheNameLeadsTo) {
+    using Rsvp::Vesk::MessageCounterColl;
+    const std::string base = root.path() + "/base";
+    Mem::RootPath::baseIs(base);
+    MoxVesk::Mounter mounter;
+    const auto reader = MessageCounterColl::MessageCounterCollIs("m");
+    mounter.mount(reader, "m", MessageCounterColl::writerMountInfo(), Vesk::VeskType::reader);
+    EXPECT_FALSE(fs::exists(base));
+    std::string figures;
+    // The counts of the interfaces that the writer counts on, as far as the front is attached.
+    const auto counted = [&] {
+        std::uint64_t sum = 0;
+        using Map = std::remove_reference_t<decltype(reader->rxIpv4CountMap())>;
+        for (Map::IteratorConst each(&reader->rxIpv4CountMap()); each.valid(); each.advance()) {
+            sum += each->count();
+        }
+        return sum;
+    };
+    const auto follows = [&](const std::string& what, const auto& done) {
+        const double began = Pello::time();
+        while (!done() && Pello::time() < began + 10) {
+            Pello::Loop::ofThisThread()->runOnce(10);
+        }
+        EXPECT_TRUE(done()) << what;
+        figures += fmt::format(" {} {:.0f} ms", what, (Pello::time() - began) * 1e3);
+    };
+    const auto sees = [&](const std::string& what, std::uint64_t sum) {
+        follows(what, [&] { return reader->rxIpv4CountMap().ready() && counted() == sum; });
+    };
+    auto writer = std::make_unique<Process>(base);
+    EXPECT_THAT(writer->tell("mount"), StartsWith("ok kept"));
+    sees("attached", 0);
+    EXPECT_EQ(writer->tell("count 300"), "ok 300");
+    EXPECT_EQ(counted(), 300U);
+    // Another writer of the same files: no reason to leave them.
+    const SharedMem::RavoId id = reader->rxIpv4CountMap().ravoId();
+    writer = std::make_unique<Process>(base);
+    EXPECT_THAT(writer->tell("mount"), StartsWith("ok kept 300"));
+    EXPECT_EQ(writer->tell("count 50"), "ok 350");
+    EXPECT_EQ(counted(), 350U);
+    // Formatted anew.
+    writer.reset();
+    TestSupport::patchWord(base + "/m/rxIpv4Count/owner", 0, 0);
+    writer = std::make_unique<Process>(base);
+    EXPECT_THAT(writer->tell("mount"), StartsWith("ok lost 0"));
+    EXPECT_EQ(writer->tell("count 7"), "ok 7");
+    sees("re-formatted", 7);
+    EXPECT_NE(reader->rxIpv4CountMap().ravoId(), id);
+    // Removed, and made again.
+    EXPECT_THAT(writer->tell("cleanup"), StartsWith("ok"));
+    follows("left", [&] { return !reader->rxIpv4CountMap().ready(); });
+    EXPECT_THAT(writer->tell("unmount"), StartsWith("ok"));
+    EXPECT_THAT(writer->tell("mount"), StartsWith("ok"));
+    EXPECT_EQ(writer->tell("count 8"), "ok 8");
+    sees("made again", 8);
+    // Gone with everything above it.
+    fs::rename(base, root.path() + "/aside");
+    writer = std::make_unique<Process>(base);
+    EXPECT_THAT(writer->tell("mount"), StartsWith("ok kept 0"));
+    EXPECT_EQ(writer->tell("count 9"), "ok 9");
+    sees("replaced", 9);
+    // Nothing but the writer's files, and no complaint.
+    for (const std::string& folder : {base, root.path() + "/aside"}) {
+        for (const auto& [path, bytes] : contents(folder)) {
+            EXPECT_THAT(path, testing::Not(HasSubstr("corruption-detected")));
+        }
+    }
+    std::cout << (noWatches ? "polling:" : "watching:") << figures << '\n';
 }
 
 } // namespace
