@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iostream>
+#include <string_view>
 
 namespace Bench {
 
@@ -62,6 +65,44 @@ void Reporter::print(std::ostream& out, const std::vector<Comparison>& compariso
                            load[0]);
     }
     out.flush();
+}
+
+int run(int argc, char** argv, const RegisterAll& registerAll) {
+    std::vector<char*> arguments(argv, argv + argc);
+    const auto smokeFlag = std::find_if(arguments.begin(), arguments.end(), [](const char* text) {
+        return std::string_view(text) == "--smoke";
+    });
+    const bool smoke = smokeFlag != arguments.end();
+    if (smoke) arguments.erase(smokeFlag);
+    const bool console = std::none_of(arguments.begin(), arguments.end(), [](const char* text) {
+        const std::string_view option(text);
+        return option.starts_with("--benchmark_format=") && !option.ends_with("=console");
+    });
+
+    // Before the caller's own, which then count.
+    std::vector<std::string> defaults = {"--benchmark_report_aggregates_only=true"};
+    if (smoke) {
+        defaults.insert(defaults.end(), {"--benchmark_min_time=0.001"});
+    } else {
+        defaults.insert(defaults.end(), {"--benchmark_min_time=0.1", "--benchmark_repetitions=9",
+                                         "--benchmark_enable_random_interleaving=true"});
+    }
+    std::vector<char*> all = {arguments.front()};
+    for (std::string& option : defaults) {
+        all.push_back(option.data());
+    }
+    all.insert(all.end(), arguments.begin() + 1, arguments.end());
+    int count = static_cast<int>(all.size());
+    benchmark::Initialize(&count, all.data());
+    if (benchmark::ReportUnrecognizedArguments(count, all.data())) return 2;
+
+    const ScratchRoot root;
+    std::vector<Comparison> comparisons;
+    registerAll(smoke, root, comparisons);
+    Reporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.print(console ? std::cout : std::cerr, comparisons);
+    return reporter.failed() ? 1 : 0;
 }
 
 } // namespace Bench

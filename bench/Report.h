@@ -1,7 +1,10 @@
 #pragma once
 
+#include "ScratchRoot.h"
+
 #include <benchmark/benchmark.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -39,5 +42,14 @@ class Reporter : public benchmark::BenchmarkReporter {
     std::map<std::string, double> nanoseconds_;
     bool failed_ = false;
 };
+
+/// Registers benchmarks, small ones for a smoke run, and says what is compared with what.
+using RegisterAll =
+    std::function<void(bool smoke, const ScratchRoot& root, std::vector<Comparison>& comparisons)>;
+
+/// The main function of a program of benchmarks: takes --smoke and Google Benchmark's options, runs
+/// what is registered in a scratch root, and prints the comparisons. Returns the exit code: 1 when
+/// an answer was wrong, 2 for an unknown option.
+int run(int argc, char** argv, const RegisterAll& registerAll);
 
 } // namespace Bench

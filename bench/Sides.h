@@ -13,6 +13,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace Bench {
 
@@ -27,18 +28,15 @@ void keyIs(Value& value, const Key& key) {
     std::memcpy(static_cast<void*>(&value), static_cast<const void*>(&key), sizeof key);
 }
 
+/// What a writer and a reader of a table have in common.
 template <class Shape>
-class TableSide {
+class ReadingSide {
   public:
     using Key = typename Shape::Key;
     using Value = typename Shape::Ops::Value;
 
-    TableSide(const std::string& name, std::uint32_t entries)
-        : table_(openTable<typename Shape::Ops>(name, entries)) {}
-    /// The files go with the object: a run makes many growing tables.
-    ~TableSide() { table_->cleanup(); }
-    TableSide(const TableSide&) = delete;
-    TableSide& operator=(const TableSide&) = delete;
+    explicit ReadingSide(std::unique_ptr<Table<typename Shape::Ops>> table)
+        : table_(std::move(table)) {}
 
     bool lookup(const Key& key, Value& out) const {
         bool found = false;
@@ -46,19 +44,6 @@ class TableSide {
         if (!found) return false;
         std::memcpy(static_cast<void*>(&out), static_cast<const void*>(stored), sizeof out);
         return true;
-    }
-    bool count(const Key& key) {
-        Value value;
-        if (!lookup(key, value)) return false;
-        keyIs(value, key);
-        increment(value);
-        table_->write(value, true);
-        return true;
-    }
-    void insert(const Value& value) { table_->write(value, true); }
-    bool remove(const Key& key) {
-        Value out;
-        return table_->remove(key, out);
     }
     template <class Visit>
     void iterate(Visit visit) const {
@@ -75,6 +60,49 @@ class TableSide {
 
   private:
     std::unique_ptr<Table<typename Shape::Ops>> table_;
+};
+
+template <class Shape>
+class TableSide : public ReadingSide<Shape> {
+  public:
+    using Key = typename Shape::Key;
+    using Value = typename Shape::Ops::Value;
+
+    TableSide(const std::string& name, std::uint32_t entries)
+        : ReadingSide<Shape>(openTable<typename Shape::Ops>(
+              name, Vesk::MapDescriptor(entries, Vesk::VeskType::writer))) {}
+    /// The files go with the object: a run makes many growing tables.
+    ~TableSide() { this->table().cleanup(); }
+    TableSide(const TableSide&) = delete;
+    TableSide& operator=(const TableSide&) = delete;
+
+    bool count(const Key& key) {
+        Value value;
+        if (!this->lookup(key, value)) return false;
+        keyIs(value, key);
+        increment(value);
+        this->table().write(value, true);
+        return true;
+    }
+    void insert(const Value& value) { this->table().write(value, true); }
+    bool remove(const Key& key) {
+        Value out;
+        return this->table().remove(key, out);
+    }
+};
+
+/// A reader copies a value once, into the caller's buffer.
+template <class Shape>
+class ReaderSide : public ReadingSide<Shape> {
+  public:
+    explicit ReaderSide(const std::string& name)
+        : ReadingSide<Shape>(openReader<typename Shape::Ops>(name)) {}
+
+    bool lookup(const typename Shape::Key& key, typename Shape::Ops::Value& out) const {
+        bool found = false;
+        this->table().lookup(key, found, &out);
+        return found;
+    }
 };
 
 template <class Shape>

@@ -1,26 +1,39 @@
 #include "Writers.h"
 
 #include "Rsvp/CounterTables.h"
+#include "Vesk/VeskReader.h"
 #include "Vesk/VeskWriter.h"
+
+#include <stdexcept>
 
 namespace Bench {
 
 template <class Ops>
-std::unique_ptr<Table<Ops>> openTable(const std::string& name, std::uint32_t size) {
+std::unique_ptr<Table<Ops>> openTable(const std::string& name,
+                                      const Vesk::MapDescriptor& descriptor) {
     auto writer = std::make_unique<Vesk::VeskWriter<Ops>>(
-        Pello::Platform::getDebugHandler("bench." + name, false), name,
-        Vesk::MapDescriptor(size, Vesk::VeskType::writer), Ops(), "Bench", [](bool) {});
+        Pello::Platform::getDebugHandler("bench." + name, false), name, descriptor, Ops(), "Bench",
+        [](bool) {});
     writer->initialize("bench");
     return writer;
 }
 
-template std::unique_ptr<Table<TestSupport::MessageShape::Ops>>
-openTable<TestSupport::MessageShape::Ops>(const std::string&, std::uint32_t);
-template std::unique_ptr<Table<TestSupport::SpShape::Ops>>
-openTable<TestSupport::SpShape::Ops>(const std::string&, std::uint32_t);
-template std::unique_ptr<Table<LocalShape<true>::Ops>>
-openTable<LocalShape<true>::Ops>(const std::string&, std::uint32_t);
-template std::unique_ptr<Table<LocalShape<false>::Ops>>
-openTable<LocalShape<false>::Ops>(const std::string&, std::uint32_t);
+template <class Ops>
+std::unique_ptr<Table<Ops>> openReader(const std::string& name) {
+    auto reader = std::make_unique<Vesk::VeskReader<Ops>>(
+        Pello::Platform::getDebugHandler("bench." + name, false), name, Ops(), nullptr);
+    if (!reader->initialize("bench")) throw std::runtime_error("cannot read table " + name);
+    return reader;
+}
+
+#define BENCH_TABLE(Ops)                                                                           \
+    template std::unique_ptr<Table<Ops>> openTable<Ops>(const std::string&,                        \
+                                                        const Vesk::MapDescriptor&);               \
+    template std::unique_ptr<Table<Ops>> openReader<Ops>(const std::string&);
+BENCH_TABLE(TestSupport::MessageShape::Ops)
+BENCH_TABLE(TestSupport::SpShape::Ops)
+BENCH_TABLE(LocalShape<true>::Ops)
+BENCH_TABLE(LocalShape<false>::Ops)
+#undef BENCH_TABLE
 
 } // namespace Bench

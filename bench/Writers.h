@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Tables.h"
+#include "Vesk/MapDescriptor.h"
 #include "Vesk/VeskInterface.h"
 
 #include <cstdint>
@@ -12,9 +13,14 @@ namespace Bench {
 template <class Ops>
 using Table = Vesk::VeskInterface<Ops>;
 
-/// An initialised writer of a growing table in shared memory below the root path's base.
+/// An initialised writer of a table below the root path's base.
 template <class Ops>
-std::unique_ptr<Table<Ops>> openTable(const std::string& name, std::uint32_t size);
+std::unique_ptr<Table<Ops>> openTable(const std::string& name,
+                                      const Vesk::MapDescriptor& descriptor);
+
+/// A reader of a table that is there.
+template <class Ops>
+std::unique_ptr<Table<Ops>> openReader(const std::string& name);
 
 /// The message counter without a notification queue, and again with one: a type of its own, so that
 /// both are compiled at the same place.

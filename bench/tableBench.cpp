@@ -10,6 +10,7 @@
 // ends in an error and exit code 1.
 
 #include "Keys.h"
+#include "Loops.h"
 #include "PlainMemory.h"
 #include "Report.h"
 #include "ScratchRoot.h"
@@ -34,20 +35,6 @@
 
 namespace Bench {
 namespace {
-
-/// Cheap random numbers (Marsaglia's xorshift), so that making one is little beside a lookup.
-class Random {
-  public:
-    std::uint32_t below(std::uint32_t n) {
-        state_ ^= state_ << 13U;
-        state_ ^= state_ >> 7U;
-        state_ ^= state_ << 17U;
-        return static_cast<std::uint32_t>((state_ >> 32U) * n >> 32U);
-    }
-
-  private:
-    std::uint64_t state_ = 0x9E3779B97F4A7C15U;
-};
 
 /// What the benchmarks of one shape work on, on one side. Built by the first that needs it.
 template <class TheShape, template <class> class SideOf>
@@ -117,10 +104,6 @@ class Subject {
     std::vector<std::uint32_t> order_;
 };
 
-void expect(benchmark::State& state, bool ok) {
-    if (!ok) state.SkipWithError("wrong answer");
-}
-
 /// What a loop of lookups costs without a table.
 template <class Shape>
 void makeAndHashKey(benchmark::State& state, std::uint32_t entries) {
@@ -132,19 +115,6 @@ void makeAndHashKey(benchmark::State& state, std::uint32_t entries) {
         benchmark::DoNotOptimize(&key);
         benchmark::DoNotOptimize(Shape::Ops::hash(key, seed));
     }
-}
-
-template <class Subject>
-void lookupHit(benchmark::State& state, Subject& subject) {
-    const auto& side = subject.full();
-    Random random;
-    typename Subject::Value out;
-    bool ok = true;
-    for (auto _ : state) {
-        ok &= side.lookup(Keys<typename Subject::Shape>::of(random.below(subject.entries())), out);
-        benchmark::DoNotOptimize(&out);
-    }
-    expect(state, ok);
 }
 
 /// Each key depends on the value found before.
@@ -168,41 +138,12 @@ void lookupDependent(benchmark::State& state, Subject& subject) {
 }
 
 template <class Subject>
-void lookupMiss(benchmark::State& state, Subject& subject) {
-    const auto& side = subject.full();
-    Random random;
-    typename Subject::Value out;
-    bool ok = true;
-    for (auto _ : state) {
-        const std::uint32_t number = subject.entries() + random.below(subject.entries());
-        ok &= !side.lookup(Keys<typename Subject::Shape>::of(number), out);
-        benchmark::DoNotOptimize(&out);
-    }
-    expect(state, ok);
-}
-
-template <class Subject>
 void count(benchmark::State& state, Subject& subject) {
     auto& side = subject.full();
     Random random;
     bool ok = true;
     for (auto _ : state) {
         ok &= side.count(Keys<typename Subject::Shape>::of(random.below(subject.entries())));
-    }
-    expect(state, ok);
-}
-
-template <class Subject>
-void iterate(benchmark::State& state, Subject& subject) {
-    const auto& side = subject.full();
-    bool ok = true;
-    while (state.KeepRunningBatch(subject.entries())) {
-        std::uint32_t seen = 0;
-        side.iterate([&seen](const typename Subject::Value& value) {
-            benchmark::DoNotOptimize(&value);
-            ++seen;
-        });
-        ok &= seen == subject.entries();
     }
     expect(state, ok);
 }
@@ -397,37 +338,7 @@ void registerCollection(std::uint32_t entries, std::vector<Comparison>& comparis
                            "small/count/absl", "absl, count", 2.5});
 }
 
-int run(int argc, char** argv) {
-    std::vector<char*> arguments(argv, argv + argc);
-    const auto smokeFlag = std::find_if(arguments.begin(), arguments.end(), [](const char* text) {
-        return std::string_view(text) == "--smoke";
-    });
-    const bool smoke = smokeFlag != arguments.end();
-    if (smoke) arguments.erase(smokeFlag);
-    const bool console = std::none_of(arguments.begin(), arguments.end(), [](const char* text) {
-        const std::string_view option(text);
-        return option.starts_with("--benchmark_format=") && !option.ends_with("=console");
-    });
-
-    // Before the caller's own, which then count.
-    std::vector<std::string> defaults = {"--benchmark_report_aggregates_only=true"};
-    if (smoke) {
-        defaults.insert(defaults.end(), {"--benchmark_min_time=0.001"});
-    } else {
-        defaults.insert(defaults.end(), {"--benchmark_min_time=0.1", "--benchmark_repetitions=9",
-                                         "--benchmark_enable_random_interleaving=true"});
-    }
-    std::vector<char*> all = {arguments.front()};
-    for (std::string& option : defaults) {
-        all.push_back(option.data());
-    }
-    all.insert(all.end(), arguments.begin() + 1, arguments.end());
-    int count = static_cast<int>(all.size());
-    benchmark::Initialize(&count, all.data());
-    if (benchmark::ReportUnrecognizedArguments(count, all.data())) return 2;
-
-    const ScratchRoot root;
-    std::vector<Comparison> comparisons;
+void registerAll(bool smoke, const ScratchRoot& root, std::vector<Comparison>& comparisons) {
     registerShape<TestSupport::MessageShape>("small", "24 bytes: ", smoke ? 550 : 5632, root,
                                              {.lookupHit = 1.8,
                                               .lookupDependent = 1.2,
@@ -450,13 +361,9 @@ int run(int argc, char** argv) {
                                          .insertGrowing = 1.2,
                                          .remove = 1.7},
                                         comparisons);
-    Reporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.print(console ? std::cout : std::cerr, comparisons);
-    return reporter.failed() ? 1 : 0;
 }
 
 } // namespace
 } // namespace Bench
 
-int main(int argc, char** argv) { return Bench::run(argc, argv); }
+int main(int argc, char** argv) { return Bench::run(argc, argv, Bench::registerAll); }

@@ -128,7 +128,7 @@ struct IterHint {
 /// The 32-bit reversal: bit i moves to bit 31 - i. Sorting by it keeps the keys that leave a
 /// bucket when the buckets double together at the end of its chain (Shalev and Shavit,
 /// "Split-ordered lists: lock-free extensible hash tables", 2006).
-constexpr std::uint32_t reverseBits(std::uint32_t h) {
+[[gnu::always_inline]] constexpr std::uint32_t reverseBits(std::uint32_t h) {
     h = (h >> 1U & 0x55555555U) | (h << 1U & 0xAAAAAAAAU);
     h = (h >> 2U & 0x33333333U) | (h << 2U & 0xCCCCCCCCU);
     h = (h >> 4U & 0x0F0F0F0FU) | (h << 4U & 0xF0F0F0F0U);

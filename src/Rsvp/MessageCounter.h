@@ -31,7 +31,7 @@ class MessageCounterKey {
     constexpr const Wirra::IntfId& intfId() const { return intfId_; }
     constexpr RsvpMsgType mType() const { return mType_; }
 
-    std::uint32_t hash(std::uint32_t seed) const {
+    [[gnu::always_inline]] std::uint32_t hash(std::uint32_t seed) const {
         const std::uint32_t intfHash = intfId_.hash();
         Mox::Hash hash(seed);
         hash.hashMix<4>(&intfHash);

@@ -26,7 +26,10 @@ struct KeyRetrieval {
 /// table's file.
 template <class Key, bool>
 struct Hash {
-    static std::uint32_t hash(const Key& key, std::uint32_t seed) { return key.hash(seed); }
+    // Inlined, because every operation waits for it.
+    [[gnu::always_inline]] static std::uint32_t hash(const Key& key, std::uint32_t seed) {
+        return key.hash(seed);
+    }
 };
 
 template <class Key, class Value, class Retrieval, class HashPolicy>

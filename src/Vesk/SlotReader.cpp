@@ -71,7 +71,7 @@ std::uint64_t SlotReaderBase::takeSnapshot() {
 }
 
 bool SlotReaderBase::doResize() {
-    if (!attached() || numSlots_.version == header().numSlots().version) return false;
+    if (!changed()) return false;
     const Pello::SourceTag tag = tagOf("doResize");
     const std::uint64_t realSize = takeSnapshot();
     if (const SharedMem::RavoId id = snapshot().ravoId(); id != ravoId_) {

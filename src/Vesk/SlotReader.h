@@ -51,6 +51,8 @@ class SlotReaderBase : public Pello::Debuggable {
     bool validate(SharedMem::RavoId id, Pello::String& error);
 
     bool attached() const { return mapping_.base() != nullptr; }
+    /// The writer has published another count since.
+    bool changed() const { return attached() && numSlots_.version != header().numSlots().version; }
     const SlotHeaderCommon& header() const {
         return *reinterpret_cast<const SlotHeaderCommon*>(mapping_.base());
     }

@@ -19,7 +19,9 @@
 #include "Vesk/VeskInterface.h"
 #include "VeskCore/ReaderHashMap.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace Vesk {
 
@@ -100,6 +102,24 @@ class VeskReader : public VeskInterface<Ops>, public Pello::Debuggable {
     static Pello::SourceTag tagOf(const char* operation, unsigned line = __builtin_LINE()) {
         return {"VeskReader", "Vesk/VeskReader", operation, line};
     }
+
+    /// A key that a read may compare with while it overwrites `out`: a copy when it lies in there.
+    class KeyApart {
+      public:
+        KeyApart(const Key& key, const Value& out)
+            : key_(&key) {
+            const auto at = reinterpret_cast<std::uintptr_t>(&key);
+            const auto begin = reinterpret_cast<std::uintptr_t>(&out);
+            if (at + sizeof key > begin && at < begin + sizeof out) key_ = &copy_.emplace(key);
+        }
+        KeyApart(const KeyApart&) = delete;
+        KeyApart& operator=(const KeyApart&) = delete;
+        const Key& operator*() const { return *key_; }
+
+      private:
+        std::optional<Key> copy_;
+        const Key* key_;
+    };
 
     /// Runs a read until no resize has overtaken it; `onResize` before each new try.
     template <class Read, class OnResize>
@@ -198,9 +218,9 @@ bool VeskReader<Ops>::retryOnResize(Read&& read, OnResize&& onResize) const {
             onResize();
             continue;
         }
-        const bool slots = slots_.doResize();
-        const bool buckets = hashMap_.buckets().doResize();
-        if (!slots && !buckets) return result;
+        if (!slots_.changed() && !hashMap_.buckets().changed()) [[likely]]
+            return result;
+        doResize();
         onResize();
     }
 }
@@ -208,10 +228,10 @@ bool VeskReader<Ops>::retryOnResize(Read&& read, OnResize&& onResize) const {
 template <class Ops>
 auto VeskReader<Ops>::lookup(const Key& keyArgument, bool& found, void* buffer) const
     -> const Value* {
-    const Key key = keyArgument; // it may lie in the buffer
     ++counters_.lookups;
     Value& out = buffer != nullptr ? *static_cast<Value*>(buffer) : scratch_;
-    found = retryOnResize([&] { return hashMap_.lookup(key, out); }, [] {});
+    const KeyApart key(keyArgument, out);
+    found = retryOnResize([&] { return hashMap_.lookup(*key, out); }, [] {});
     if (found) return &out;
     slots_.lastReadIsNone();
     return this->absentInto(buffer);
@@ -230,9 +250,9 @@ bool VeskReader<Ops>::first(Value& out, IterHint& hint) const {
 
 template <class Ops>
 bool VeskReader<Ops>::next(const Key& keyArgument, Value& out, IterHint& hint) const {
-    const Key key = keyArgument; // it may lie in `out`
+    const KeyApart key(keyArgument, out);
     const auto forget = [&hint] { hint.bucket = IterHint().bucket; };
-    if (retryOnResize([&] { return hashMap_.next(key, out, hint); }, forget)) return true;
+    if (retryOnResize([&] { return hashMap_.next(*key, out, hint); }, forget)) return true;
     slots_.lastReadIsNone();
     return false;
 }

@@ -116,11 +116,16 @@ class ReaderHashMap : public Pello::Debuggable {
 
     /// How a walk towards (rhash, key) ended.
     struct End {
-        bool found;         ///< at the key's own slot
-        bool above;         ///< at the first slot above the key, which `out` holds
-        Step step;          ///< that led there, or out of the chain
-        std::uint32_t slot; ///< index, when `found` or `above`
-        typename Slots::Read read;
+        enum How : std::uint8_t {
+            overtaken, // a link has changed under it
+            found,     // at the key's own slot
+            above,     // at the first slot above the key, which `out` holds
+            chainEnd
+        };
+        How how;
+        std::uint32_t next;     ///< what ends the chain, for `chainEnd`
+        std::uint32_t slot;     ///< index, for `found` and `above`
+        std::uint32_t sequence; ///< of that slot
     };
 
     enum class Kind {
@@ -128,12 +133,14 @@ class ReaderHashMap : public Pello::Debuggable {
         slowNext
     };
 
+    // Inlined, because what a walk finds goes through memory otherwise.
     /// Walks a bucket's chain as far as the key. Begins again for as long as links change under it.
     template <Kind kind>
-    End walk(const Key& key, std::uint32_t bucket, std::uint32_t rhash, Value& out);
+    [[gnu::always_inline]] End walk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
+                                    Value& out);
     template <Kind kind>
-    std::optional<End> tryWalk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
-                               Value& out);
+    [[gnu::always_inline]] End tryWalk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
+                                       Value& out);
 
     void checkSize() const;
     bool fastNext(const Key& key, Value& out, Vesk::IterHint& hint, bool& result);
@@ -148,8 +155,8 @@ class ReaderHashMap : public Pello::Debuggable {
 
 template <class Ops>
 template <typename ReaderHashMap<Ops>::Kind kind>
-auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
-                                 Value& out) -> std::optional<End> {
+inline auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
+                                        Value& out) -> End {
     constexpr const char* operation = kind == Kind::lookup ? "lookup" : "next";
     Step step(buckets_[bucket], nullptr);
     std::uint32_t count = 0;
@@ -158,10 +165,11 @@ auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint
         const std::uint32_t index = step.loaded.next;
         ++count;
         const auto read = slots_.read(index, out);
-        if (!step.stands()) return std::nullopt;
+        if (!step.stands()) return {End::overtaken, 0, 0, 0};
         const Key& slotKey = Ops::key(out);
         if (!read.occupied()) [[unlikely]] {
-            if (step.slot != nullptr && !step.slot->occupied()) return std::nullopt; // R7
+            if (step.slot != nullptr && !step.slot->occupied())
+                return {End::overtaken, 0, 0, 0}; // R7
             if constexpr (kind == Kind::lookup) {
                 raiseCorruption(operation, "slot:{} not marked as occupied key:{}", index,
                                 hexOf(slotKey));
@@ -186,7 +194,7 @@ auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint
         const bool above =
             !equal && (read.rhash > rhash || (read.rhash == rhash && Ops::less(key, slotKey)));
         if ((equal && kind == Kind::lookup) || above) {
-            if (!step.stands()) return std::nullopt;
+            if (!step.stands()) return {End::overtaken, 0, 0, 0};
             if (above && !isPlaced(hashOf(slotKey), bucket)) [[unlikely]] {
                 if constexpr (kind == Kind::lookup) {
                     raiseCorruption(operation, "corrupt key detected. key:{} bucketIndex:{}",
@@ -196,11 +204,11 @@ auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint
                                     hexOf(slotKey), bucket);
                 }
             }
-            return End{equal, above, step, index, read};
+            return {equal ? End::found : End::above, 0, index, read.sequence};
         }
         const Vesk::SlotWords& slot = slots_.words(index);
         const Step onward(slot.link, &slot);
-        if (!step.stands()) return std::nullopt;
+        if (!step.stands()) return {End::overtaken, 0, 0, 0};
         if constexpr (kind == Kind::lookup) {
             if (!isPlaced(hashOf(slotKey), bucket)) [[unlikely]] {
                 raiseCorruption(operation, "corrupt key detected. key:{} bucketIndex:{}",
@@ -212,15 +220,17 @@ auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, std::uint
         }
         step = onward;
     }
-    return End{false, false, step, 0, {}};
+    return {End::chainEnd, step.loaded.next, 0, 0};
 }
 
 template <class Ops>
 template <typename ReaderHashMap<Ops>::Kind kind>
-auto ReaderHashMap<Ops>::walk(const Key& key, std::uint32_t bucket, std::uint32_t rhash, Value& out)
-    -> End {
+inline auto ReaderHashMap<Ops>::walk(const Key& key, std::uint32_t bucket, std::uint32_t rhash,
+                                     Value& out) -> End {
     while (true) {
-        if (auto end = tryWalk<kind>(key, bucket, rhash, out)) return *end;
+        const End end = tryWalk<kind>(key, bucket, rhash, out);
+        if (end.how != End::overtaken) [[likely]]
+            return end;
         ++counters_.retries;
     }
 }
@@ -242,9 +252,9 @@ bool ReaderHashMap<Ops>::lookup(const Key& key, Value& out) {
     }
     const std::uint32_t hash = hashOf(key);
     const End end = walk<Kind::lookup>(key, hash & buckets_.mask(), Vesk::reverseBits(hash), out);
-    if (end.found) return true;
-    if (!end.above && end.step.loaded.next != Vesk::SlotLink::kEnd) {
-        const std::uint32_t next = Vesk::SlotLink::index(end.step.loaded.next);
+    if (end.how == End::found) return true;
+    if (end.how == End::chainEnd && end.next != Vesk::SlotLink::kEnd) {
+        const std::uint32_t next = Vesk::SlotLink::index(end.next);
         if (next >= buckets_.numBuckets()) [[unlikely]]
             buckets_.raiseOutOfRange(next);
     }
@@ -362,17 +372,17 @@ bool ReaderHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hi
     const std::uint32_t hash = hashOf(key);
     const std::uint32_t bucket = hash & buckets_.mask();
     const End end = walk<Kind::slowNext>(key, bucket, Vesk::reverseBits(hash), out);
-    if (end.above) {
-        hint = {end.read.sequence, end.slot, bucket};
+    if (end.how == End::above) {
+        hint = {end.sequence, end.slot, bucket};
         PELLO_TRACE(*this, 9, Tag("next"), "{} success {}, saving {}", key, out, hint);
         return true;
     }
-    if (end.step.loaded.next == Vesk::SlotLink::kEnd) {
+    if (end.next == Vesk::SlotLink::kEnd) {
         verifyNextBucket(bucket, 0);
         PELLO_TRACE(*this, 9, Tag("next"), "{} failed", key);
         return false;
     }
-    const std::uint32_t next = Vesk::SlotLink::index(end.step.loaded.next);
+    const std::uint32_t next = Vesk::SlotLink::index(end.next);
     verifyNextBucket(bucket, next);
     PELLO_TRACE(*this, 9, Tag("next"), "{} next bucket {}", key, next);
     return first(next, out, hint);
