@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """What README.md and docs/ show and quote is what the programs print and the headers say.
 
-documents_test.py PROJECT TOOL EXAMPLE HOST
+documents_test.py PROJECT TOOL EXAMPLE HOST_WRITER HOST_READER
 """
 
 import pathlib
@@ -13,7 +13,7 @@ import time
 import unittest
 
 PROJECT = pathlib.Path(sys.argv[1])
-TOOL, EXAMPLE, HOST = sys.argv[2:]
+TOOL, EXAMPLE, WRITER, READER = sys.argv[2:]
 
 
 def read(path):
@@ -73,21 +73,48 @@ class Documents(unittest.TestCase):
         output = run(EXAMPLE, self.root).replace(self.root, "/dev/shm/rsvp-vesk")
         self.assertEqual(block("README.md", "example output"), output)
 
-    def test_host_looks_after_its_tables(self):
-        self.assertEqual(block("docs/hosting.md", "host"), read("tests/docs/host.cpp"))
-        with subprocess.Popen([HOST, self.root], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                              text=True, bufsize=1) as host:
-            for count in ("1", "2"):
-                host.stdin.write("one more\n")
-                self.assertEqual(host.stdout.readline(), f"{count}\n")
-                marker = pathlib.Path(self.root, "demo/errors/rxErrorCount/corruption-detected")
-                marker.touch()
-                end = time.monotonic() + 10
-                while marker.exists() and time.monotonic() < end:
-                    time.sleep(0.01)
-                self.assertFalse(marker.exists())
-            host.stdin.close()
-            self.assertEqual(host.wait(timeout=10), 0)
+    def host(self, program):
+        host = subprocess.Popen([program, self.root], stdin=subprocess.PIPE,
+                                stdout=subprocess.PIPE, text=True, bufsize=1)
+        self.addCleanup(host.__exit__, None, None, None)
+        self.addCleanup(host.kill)
+        return host
+
+    @staticmethod
+    def ask(host):
+        host.stdin.write("one more\n")
+        return host.stdout.readline().strip()
+
+    def until(self, what):
+        end = time.monotonic() + 10
+        while not what() and time.monotonic() < end:
+            time.sleep(0.01)
+        self.assertTrue(what())
+
+    def ends(self, host):
+        host.stdin.close()
+        self.assertEqual(host.wait(timeout=10), 0)
+
+    def test_hosts_look_after_their_tables(self):
+        for name in ("writer", "reader"):
+            self.assertEqual(block("docs/hosting.md", name), read(f"examples/host/{name}.cpp"))
+        reader = self.host(READER)
+        self.assertEqual(self.ask(reader), "no table yet")
+        writer = self.host(WRITER)
+        marker = pathlib.Path(self.root, "demo/errors/rxErrorCount/corruption-detected")
+        for count in ("1", "2"):
+            self.assertEqual(self.ask(writer), count)
+            self.until(lambda: self.ask(reader) == count)
+            marker.touch()
+            self.until(lambda: not marker.exists())
+        self.ends(writer)
+        self.assertEqual(self.ask(reader), "2")
+        mapped = [line for line in open(f"/proc/{reader.pid}/maps") if self.root in line]
+        self.assertEqual([line.split()[1] for line in mapped], 4 * ["r--s"])
+        # Who counts next counts on, and the reader sees it without a word.
+        self.assertEqual(self.ask(self.host(WRITER)), "3")
+        self.assertEqual(self.ask(reader), "3")
+        self.ends(reader)
 
     def test_invariants_are_quoted(self):
         """They stand in the headers that keep them."""

@@ -11,9 +11,12 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <linux/seccomp.h>
 #include <map>
 #include <random>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -239,6 +242,32 @@ TYPED_TEST(Readers, WriteNothingAndKnowWhatTheyRead) {
         }
     }
     EXPECT_EQ(readOnly, 2U);
+}
+
+TYPED_TEST(Readers, MakeNoSystemCallForARead) {
+    for (std::uint32_t number = 0; number < this->kNumbers; ++number) {
+        this->writer->write(TypeParam::value(number, 1), true);
+    }
+    const TestSupport::ChildEnd end = TestSupport::inChild([&] {
+        this->found(0); // maps what has grown
+        bool complete = true;
+        typename TestFixture::Value value;
+        // From here on all but the end of the process is SIGKILL.
+        if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) throw std::runtime_error("seccomp");
+        for (std::uint32_t number = 0; number < this->kNumbers + 50; ++number) {
+            bool present = false;
+            this->reader->lookup(TypeParam::key(number), present, &value);
+            complete = complete && present == (number < this->kNumbers);
+        }
+        std::uint32_t entries = 0;
+        Vesk::IterHint hint;
+        for (bool more = this->reader->first(value, hint); more;
+             more = this->reader->next(value.key(), value, hint)) {
+            ++entries;
+        }
+        syscall(SYS_exit, complete && entries == this->kNumbers ? 0 : 1);
+    });
+    EXPECT_TRUE(end.exited && end.code == 0) << end.code << " " << end.errors;
 }
 
 TYPED_TEST(Readers, AttachToSoundFilesOnly) {
