@@ -6,9 +6,16 @@
 // Who may call: one thread. Returned values are copies, in the caller's buffer or in the reader's
 // own, which the next read overwrites.
 //
-// What a walk finds inconsistent may be the doing of a resize: when the files have been resized
-// meanwhile they are mapped anew and the read is made again; only what stays inconsistent is
-// corruption. Reads allocate nothing, but for a resize that has to be followed.
+// R10 After a read, and before corruption is reported, the versions of both counts are compared with
+//     those that the read was made for. When one differs the files are mapped anew and the read is
+//     made again. Only what no resize explains is corruption.
+// R11 A table has one identity, in `ravo` and in both headers. A reader takes over no header of
+//     another one: it was formatted anew, with another seed.
+// R12 What is mapped beyond the end of a file reads as zeros: the writer truncates files that are
+//     mapped. By then a version has changed (I6, I10), and the read is made again.
+//
+// The rules for slots are in Vesk/SlotReader.h, those for chains in VeskCore/ReaderHashMap.h. Reads
+// allocate nothing, but for a resize that has to be followed.
 
 #include "Mem/Atomics.h"
 #include "Pello/Time.h"

@@ -116,15 +116,17 @@ class Documents(unittest.TestCase):
         self.assertEqual(self.ask(reader), "3")
         self.ends(reader)
 
-    def test_invariants_are_quoted(self):
+    def test_invariants_and_rules_are_quoted(self):
         """They stand in the headers that keep them."""
         names = []
         for header in ("platform/Vesk/SlotWords.h", "src/Vesk/SlotWriter.h",
-                       "src/VeskCore/WriterHashMap.h"):
-            for invariant in re.findall("\n// (I[0-9].*(?:\n//     .*)*)", read(header)):
-                self.assertIn(plain(invariant), plain(read("docs/protocol.md")))
-                names.append(invariant.split()[0])
-        self.assertEqual(names, [f"I{number}" for number in range(1, 11)])
+                       "src/VeskCore/WriterHashMap.h", "src/Vesk/SlotReader.h",
+                       "src/VeskCore/ReaderHashMap.h", "src/Vesk/VeskReader.h"):
+            for rule in re.findall("\n// ([IR][0-9].*(?:\n//     .*)*)", read(header)):
+                self.assertIn(plain(rule), plain(read("docs/protocol.md")))
+                names.append(rule.split()[0])
+        self.assertEqual(names, [f"I{number}" for number in range(1, 11)] +
+                         [f"R{number}" for number in range(1, 13)])
 
     def test_links_lead_somewhere(self):
         documents = ["README.md", *sorted(path.relative_to(PROJECT) for path in
