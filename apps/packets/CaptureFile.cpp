@@ -171,7 +171,6 @@ CaptureFile::CaptureFile(std::filesystem::path path, int stop)
 }
 
 CaptureFile::~CaptureFile() = default;
-CaptureFile::CaptureFile(CaptureFile&&) noexcept = default;
 
 bool CaptureFile::next(CaptureRecord& record) {
     if (file_ == nullptr) return false;

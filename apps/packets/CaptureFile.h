@@ -46,7 +46,6 @@ class CaptureFile {
     explicit CaptureFile(std::filesystem::path path, int stop = -1);
     ~CaptureFile();
     CaptureFile(const CaptureFile&) = delete;
-    CaptureFile(CaptureFile&&) noexcept;
     CaptureFile& operator=(const CaptureFile&) = delete;
 
     /// Reads the next record; false at the end. A file that breaks off within a record, or is

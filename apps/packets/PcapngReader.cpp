@@ -57,7 +57,7 @@ __extension__ using Wide = __int128;
 [[nodiscard]] Wide nanosecondsOf(std::uint64_t units, bool binary, unsigned exponent) noexcept {
     constexpr unsigned nano = 9;
     if (binary) {
-        // Whole seconds first: the product of units and 10^9 has up to 94 bits.
+        // In full width: the product has up to 94 bits.
         return (Wide{units} * 1'000'000'000) >> std::min(exponent, 126U);
     }
     Wide result = units;

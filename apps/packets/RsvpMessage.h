@@ -18,9 +18,8 @@
 //              Without one, or with another key, there is nothing to check; nor are sequence
 //              numbers
 //   objects    the objects (RFC 2205, section 3.1.2) fill the message exactly: every length at
-//   least
-//              4, a multiple of 4 and inside the message. What stands inside an object is not
-//              judged
+//              least 4, a multiple of 4 and inside the message. What stands inside an object is
+//              not judged
 //
 // A BUNDLE (RFC 2961, section 3) has messages for a body, so the objects check is not for it; the
 // messages inside are judged as if each had come alone. One whose header is incomplete, or whose
