@@ -97,18 +97,20 @@ struct SlotWords {
         Mem::publish(Mem::StopPoint::rewriteBegin, sequenceWord, sequence() + kLookaside);
     }
     /// Ends the rewrite that `beginRewrite` began; the slot holds an entry now.
-    void endRewrite() {
-        Mem::publish(Mem::StopPoint::rewriteEnd, sequenceWord,
-                     (sequence() + kLookaside) | kOccupied);
-    }
+    void endRewrite() { occupyAt(sequence() + kLookaside); }
     /// For a slot that was filled while nothing led to it.
-    void occupy() {
-        Mem::publish(Mem::StopPoint::rewriteEnd, sequenceWord,
-                     (sequence() + kRewriteStep) | kOccupied);
-    }
+    void occupy() { occupyAt(sequence() + kRewriteStep); }
     /// Only after the slot was unlinked (I4).
     void clearOccupied() {
         Mem::publish(Mem::StopPoint::clearOccupied, sequenceWord, sequence() & ~kOccupied);
+    }
+
+  private:
+    /// Whatever a damaged file held: a free slot with LOOKASIDE set is nothing that the validator
+    /// looks for.
+    void occupyAt(std::uint32_t sequence) {
+        Mem::publish(Mem::StopPoint::rewriteEnd, sequenceWord,
+                     (sequence & ~kLookaside) | kOccupied);
     }
 };
 
