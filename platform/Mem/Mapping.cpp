@@ -119,10 +119,15 @@ bool Shared::resize(std::uint64_t size) {
         size_ = size;
         applyDump();
     }
-    // The mapping ends before the file does, never the other way round; a file that the kernel
-    // leaves too large is valid, so a failure here is none of the resize.
-    if (size < old && ftruncate(fd_, static_cast<off_t>(size)) != 0) fail("ftruncate", errno);
-    return true;
+    // The mapping ends before the file does, never the other way round.
+    if (size >= old || ftruncate(fd_, static_cast<off_t>(size)) == 0) return true;
+    fail("ftruncate", errno);
+    void* const base = mremap(base_, size, old, MREMAP_MAYMOVE);
+    if (base == MAP_FAILED) return true; // a file that is too large is valid
+    base_ = static_cast<std::byte*>(base);
+    size_ = old;
+    applyDump();
+    return false;
 }
 
 void Shared::detach() {

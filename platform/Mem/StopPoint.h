@@ -33,6 +33,7 @@ enum class StopPoint : std::uint8_t {
     rewriteEnd,     // the sequence word, second half of a rewrite
     linkSlot,       // the link that makes a slot reachable
     unlinkSlot,     // the link that makes a slot unreachable
+    relinkSlot,     // the link that makes a moved entry's new slot reachable instead of the old one
     clearOccupied,  // the sequence word of a slot that was unlinked
     freeLink,       // the link word of a freed slot
     slotCount,      // the published number of slots
@@ -50,8 +51,8 @@ inline constexpr std::array<std::string_view, kStopPoints> kStopPointNames{
     "criticalEnter", "criticalLeave", "headerFormat", "slotFormat",     "freeHead",
     "occupiedCount", "slotRhash",     "slotOwnLink",  "lookasideRhash", "lookasideValue",
     "rewriteBegin",  "slotValue",     "rewriteEnd",   "linkSlot",       "unlinkSlot",
-    "clearOccupied", "freeLink",      "slotCount",    "bucketFormat",   "bucketSplit",
-    "bucketCount",   "bucketCut",     "bucketJoin"};
+    "relinkSlot",    "clearOccupied", "freeLink",     "slotCount",      "bucketFormat",
+    "bucketSplit",   "bucketCount",   "bucketCut",    "bucketJoin"};
 
 #if defined(RSVPVESK_STOP_POINTS)
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Pello/Time.h"
+
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -26,5 +29,29 @@ class TaskSchedulerRoot {
 
 /// The calling thread's scheduler root. The reference is to be let go after use.
 TaskSchedulerRoot::Ptr schedulerRootPello();
+
+/// Lets the critical tasks of the thread run during long work, every 10 ms; never when not
+/// `enabled`.
+class CriticalTaskSlices {
+  public:
+    explicit CriticalTaskSlices(bool enabled)
+        : enabled_(enabled)
+        , deadline_(newDeadline()) {}
+
+    void maybeRun() {
+        if (!enabled_ || Rdtsc::now() <= deadline_) return;
+        schedulerRootPello()->runCriticalPriorityTasks();
+        deadline_ = newDeadline();
+    }
+
+  private:
+    static std::uint64_t newDeadline() {
+        constexpr double kSlice = 0.01; // seconds
+        return Rdtsc::now() + static_cast<std::uint64_t>(kSlice * Rdtsc::calibrationRate());
+    }
+
+    bool enabled_;
+    std::uint64_t deadline_;
+};
 
 } // namespace Pello

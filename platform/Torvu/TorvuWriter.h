@@ -54,6 +54,7 @@ class TorvuWriter : public Pello::Debuggable {
     unsigned attach(SharedMem::RavoId, unsigned slotCode, std::uint32_t numSlots) {
         latest_.assign(numSlots, Position{});
         counters_.sequence = 0;
+        shrinking_ = false;
         return slotCode;
     }
     void detach() { latest_.clear(); }
@@ -65,6 +66,14 @@ class TorvuWriter : public Pello::Debuggable {
         ++counters_.sequence;
         latest_[slot] = Position{counters_.sequence};
     }
+
+    /// The slot's latest notification is about an entry that has moved away.
+    void tombstone(std::uint32_t slot) { latest_[slot] = Position{}; }
+
+    // Around the moves of a shrink. It is over with its last move, since no reader can lag behind.
+    void markShrinkStart() { shrinking_ = true; }
+    void markShrinkEnd() { shrinking_ = false; }
+    bool shrinkInProgress() const { return shrinking_; }
 
     /// The record of a slot's latest change.
     Position latest(std::uint32_t slot) const { return latest_.at(slot); }
@@ -84,6 +93,7 @@ class TorvuWriter : public Pello::Debuggable {
     Vesk::Writer::Counters& counters_;
     unsigned pruneMode_;
     std::uint32_t tableId_ = newTableId();
+    bool shrinking_ = false;
     std::vector<Position> latest_;
 };
 

@@ -158,8 +158,7 @@ void SlotWriterBase::initializeSlots(std::uint32_t start, std::uint32_t end) {
     }
     std::uint32_t next = SlotLink::kEnd;
     for (std::uint32_t i = end; i-- > start;) {
-        if (i > highestSlot_) raiseOutOfRange(i);
-        auto& slot = *reinterpret_cast<SlotWords*>(slots_ + std::size_t{i} * shape_.slotSize);
+        SlotWords& slot = wordsOf(i);
         Mem::store(slot.sequenceWord, 0);
         Mem::store(slot.rhashWord, 0);
         Mem::copyWordsIn(StopPoint::slotValue, slot.value(), defaultValue_, shape_.valueSize);
@@ -191,6 +190,60 @@ bool SlotWriterBase::grow() {
     shrinkThresholdUpdate();
     ++counters_.slotGrowths;
     return true;
+}
+
+SlotWords& SlotWriterBase::wordsOf(std::uint32_t index) const {
+    if (index > highestSlot_) raiseOutOfRange(index);
+    return *reinterpret_cast<SlotWords*>(slots_ + std::size_t{index} * shape_.slotSize);
+}
+
+void SlotWriterBase::purgeFreeSlots(std::uint32_t limit) {
+    const Pello::SourceTag tag = tagOf("purgeFreeSlots");
+    if (numSlots_ <= limit) {
+        Pello::fatal(debugHandler().get(), tag, "bad threshold: {} numSlots:{}", limit, numSlots_);
+    }
+    if (header_->freeHead() == SlotLink::kEnd) {
+        Pello::fatal(debugHandler().get(), tag, "free-list is empty");
+    }
+    std::uint32_t count = 0;
+    SlotWords* kept = nullptr;
+    // A list that comes back to itself is longer than the table.
+    for (std::uint32_t index = header_->freeHead(); index != SlotLink::kEnd && count <= numSlots_;
+         ++count) {
+        SlotWords& slot = wordsOf(index);
+        const std::uint32_t next = slot.link.next();
+        if (index < limit) {
+            kept = &slot;
+        } else {
+            PELLO_TRACE(*this, 7, tag, "removing slot id {} from free-list", index);
+            if (kept != nullptr) {
+                kept->link.nextIs(StopPoint::freeLink, next);
+            } else {
+                header_->freeHeadIs(next);
+            }
+        }
+        index = next;
+    }
+    const std::uint32_t occupied = header_->occupiedSlots();
+    if (std::uint64_t{count} + occupied != numSlots_) {
+        Pello::raise<Pello::CorruptionDetectedException>(
+            tag,
+            "numSlots mismatch, length of freeList: {}, occupiedSlots: {} do not add up to "
+            "numSlots: {}",
+            count, occupied, header_->numSlots());
+    }
+}
+
+void SlotWriterBase::shrink(std::uint32_t newNumSlots) {
+    const Pello::SourceTag tag = tagOf("shrink");
+    PELLO_TRACE(*this, 5, tag, "newNumSlots:{}", newNumSlots);
+    const auto old = header_->numSlots();
+    header_->numSlotsIs(newNumSlots);
+    resize(newNumSlots);
+    numSlotsIs(header_->numSlots().value);
+    shrinkThresholdUpdate();
+    ++counters_.slotShrinks;
+    PELLO_TRACE(*this, 2, tag, "{} from {} slots to {}", rootPath_, old, newNumSlots);
 }
 
 void SlotWriterBase::resize(std::uint32_t newNumSlots) {

@@ -72,6 +72,14 @@ class SlotWriterBase : public SlotTableBase {
     /// empty. The mapping may move.
     bool grow();
 
+    /// Takes the free slots from `limit` on off the free list. Throws `CorruptionDetectedException`
+    /// when free and occupied slots are not all.
+    void purgeFreeSlots(std::uint32_t limit);
+    /// Gives the slots from that number on back, all of which are neither free nor occupied.
+    /// Throws `MemoryResourceException` when the file cannot be truncated, with the count published
+    /// all the same.
+    void shrink(std::uint32_t newNumSlots);
+
     /// Remaps the file for that many slots. Throws `MemoryResourceException` and changes nothing
     /// when that fails; the caller updates the slot count.
     void resize(std::uint32_t newNumSlots);
@@ -97,6 +105,8 @@ class SlotWriterBase : public SlotTableBase {
     void reformat();
     void format(SharedMem::RavoId id);
     void remapForAttach(std::uint64_t size);
+    /// The words of a slot, whatever its value; throws like `slot`.
+    SlotWords& wordsOf(std::uint32_t index) const;
     void shrinkThresholdUpdate();
     [[noreturn]] void failEntry() const;
 
@@ -175,6 +185,28 @@ class SlotWriterTable final : public SlotTable<Ops, SlotWriterBase> {
         slot.link.nextIs(Mem::StopPoint::freeLink, header.freeHead());
         header.freeHeadIs(index);
         header.occupiedSlotsIs(header.occupiedSlots() - 1);
+    }
+
+    /// Copies the entry of a slot into the first free one, which goes on where it goes on, and
+    /// returns that one's number. Nothing leads there yet (I2).
+    std::uint32_t move(std::uint32_t fromSlot) {
+        const Pello::SourceTag tag("SlotWriterTable", "Vesk/SlotWriter", "move");
+        SlotHeaderCommon& header = *this->header_;
+        const std::uint32_t toSlot = header.freeHead();
+        if (toSlot >= fromSlot) {
+            Pello::fatal(this->debugHandler().get(), tag,
+                         "should always move entries to lower section fromSlotId:{} toSlotId:{}",
+                         fromSlot, toSlot);
+        }
+        const SlotWords& from = this->slot(fromSlot);
+        SlotWords& to = this->slot(toSlot);
+        Mem::publish(Mem::StopPoint::slotRhash, to.rhashWord, from.rhash());
+        header.freeHeadIs(to.link.next());
+        Ops::Marshall::toSlot(Mem::StopPoint::slotValue, to.value(), valueOf(from));
+        to.occupy();
+        to.link.nextIs(Mem::StopPoint::slotOwnLink, from.link.next());
+        PELLO_TRACE(*this, 7, tag, "fromSlotId:{} toSlotId:{}", fromSlot, toSlot);
+        return toSlot;
     }
 
     /// The image that readers take while the slot is under LOOKASIDE (I3).

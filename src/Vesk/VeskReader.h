@@ -6,7 +6,8 @@
 // Who may call: one thread. Returned values are copies, in the caller's buffer or in the reader's
 // own, which the next read overwrites.
 //
-// R10 After a read, and before corruption is reported, the versions of both counts are compared with
+// R10 After a read, and before corruption is reported, the versions of both counts are compared
+// with
 //     those that the read was made for. When one differs the files are mapped anew and the read is
 //     made again. Only what no resize explains is corruption.
 // R11 A table has one identity, in `ravo` and in both headers. A reader takes over no header of

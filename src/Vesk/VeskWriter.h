@@ -17,6 +17,8 @@
 
 #include "Mem/Atomics.h"
 #include "MoxSharedMem/MountStatus.h"
+#include "Pello/Loop.h"
+#include "Pello/Scheduler.h"
 #include "Pello/TypeName.h"
 #include "Pello/Util.h"
 #include "Torvu/TorvuWriter.h"
@@ -116,7 +118,8 @@ class VeskWriter : public VeskInterface<Ops>,
     }
 
     // The order of these two is that of their slots, which follow the interface's.
-    void shrink() override { doMaybeShrinkSlots(dueShrinkThreshold()); }
+    /// Compacts the slots if that is due. Waits for the end of an open direct operation.
+    void shrink() override;
     void handleQuiesced(bool quiesced) override { quiescedHandler_(quiesced); }
 
     /// Takes images of a table's files into this writer, which is one in process memory and not
@@ -194,10 +197,9 @@ class VeskWriter : public VeskInterface<Ops>,
         const std::uint32_t threshold = slots_.shrinkThreshold();
         return slots_.header().occupiedSlots() < threshold / 2 ? threshold : 0;
     }
-    /// Where the slot file would be compacted once most of its entries are gone; `threshold` is
-    /// `dueShrinkThreshold()`. Slots do not move yet, because readers
-    /// would have to follow the moves: the file keeps its size.
+    /// Compacts the slots, inside a change; `threshold` is `dueShrinkThreshold()`.
     void doMaybeShrinkSlots(std::uint32_t threshold);
+    void moveSlot(std::uint32_t from);
     void doDetach();
     void checkDirectKey(const SlotWords& slot, const Value& value) const;
 
@@ -258,6 +260,7 @@ class VeskWriter : public VeskInterface<Ops>,
     VersionAnchorHook anchorHook_ = nullptr;
     Pello::String name_;
     bool criticalTaskCheck_;
+    Pello::Loop::Handle shrinkLater_;
     WriterLife life_;
 };
 
@@ -387,9 +390,6 @@ bool VeskWriter<Ops>::remove(const Key& keyArgument, Value& out) {
     slots_.leaveCriticalSection();
     return true;
 }
-
-template <class Ops>
-void VeskWriter<Ops>::doMaybeShrinkSlots(std::uint32_t /*threshold*/) {}
 
 template <class Ops>
 auto VeskWriter<Ops>::lookup(const Key& key, bool& found, void* buffer) const -> const Value* {
@@ -597,3 +597,5 @@ void VeskWriter<Ops>::doDetach() {
 }
 
 } // namespace Vesk
+
+#include "Vesk/WriterShrink.h"

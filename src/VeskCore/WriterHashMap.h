@@ -114,6 +114,9 @@ class WriterHashMap : public Pello::Debuggable {
     /// Throws unless `next` follows `bucket` in successor order.
     void verifyNextBucket(std::uint32_t bucket, std::uint32_t next) const;
 
+    /// Entries are in other slots now, or the slots at another address.
+    void linksMoved() { latest_ = {}; }
+
     /// Doubles the buckets. Keeps I8 and I9.
     void growBuckets();
     /// Halves the buckets. Keeps I8 and I10.
@@ -193,8 +196,6 @@ class WriterHashMap : public Pello::Debuggable {
     /// The last link of a bucket's chain before the first slot that `leaves` tells to go.
     template <class Leaves>
     Vesk::SlotLink& lastLinkOf(std::uint32_t bucket, Leaves leaves) const;
-    std::uint64_t newDeadline() const;
-    void maybeYield(std::uint64_t& deadline) const;
 
     Place latest_;
     std::uint32_t growThreshold_ = 0;
@@ -505,20 +506,6 @@ bool WriterHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hi
 }
 
 template <class Ops>
-std::uint64_t WriterHashMap<Ops>::newDeadline() const {
-    constexpr double kSlice = 0.01; // seconds
-    return Pello::Rdtsc::now() +
-           static_cast<std::uint64_t>(kSlice * Pello::Rdtsc::calibrationRate());
-}
-
-template <class Ops>
-void WriterHashMap<Ops>::maybeYield(std::uint64_t& deadline) const {
-    if (!writer_.criticalTaskCheck() || Pello::Rdtsc::now() <= deadline) return;
-    Pello::schedulerRootPello()->runCriticalPriorityTasks();
-    deadline = newDeadline();
-}
-
-template <class Ops>
 template <class Leaves>
 Vesk::SlotLink& WriterHashMap<Ops>::lastLinkOf(std::uint32_t bucket, Leaves leaves) const {
     const auto& table = slots();
@@ -550,13 +537,13 @@ void WriterHashMap<Ops>::growBuckets() {
     };
     PELLO_TRACE(*this, 2, Tag("growBuckets"), "growing from: {} to: {}", old, doubled);
     const double start = Pello::time();
-    std::uint64_t deadline = newDeadline();
+    Pello::CriticalTaskSlices slices(writer_.criticalTaskCheck());
     buckets_.resize(doubled);
     // Split: an upper bucket starts where its slots begin in the lower chain, which still runs
     // through them; without such slots it starts as the lower chain ends.
     for (std::uint32_t b = 0; b < old; ++b) {
         buckets_.rawWord(b + old).nextIs(Mem::StopPoint::bucketSplit, lastOfLower(b).next());
-        maybeYield(deadline);
+        slices.maybeRun();
     }
     buckets_.publishNumBuckets(doubled);
     // Cut: a lower chain ends where the upper one begins.
@@ -566,7 +553,7 @@ void WriterHashMap<Ops>::growBuckets() {
         const std::uint32_t follower =
             Vesk::SlotLink::leavesChain(next) ? b + old : bucketAfter(slots().slot(next));
         last.nextIs(Mem::StopPoint::bucketCut, Vesk::SlotLink::toBucket(follower));
-        maybeYield(deadline);
+        slices.maybeRun();
     }
     auto& counters = writer_.counters();
     counters.lastBucketGrowTime = Pello::time() - start;
@@ -581,12 +568,12 @@ void WriterHashMap<Ops>::shrinkBuckets() {
     const double start = Pello::time();
     const std::uint32_t old = buckets_.numBuckets();
     const std::uint32_t half = old / 2;
-    std::uint64_t deadline = newDeadline();
+    Pello::CriticalTaskSlices slices(writer_.criticalTaskCheck());
     for (std::uint32_t b = 0; b < half; ++b) {
         lastLinkOf(b, [](const Vesk::SlotWords&) {
             return false;
         }).nextIs(Mem::StopPoint::bucketJoin, buckets_.rawWord(b + half).next());
-        maybeYield(deadline);
+        slices.maybeRun();
     }
     buckets_.publishNumBuckets(half);
     buckets_.resize(half);

@@ -81,6 +81,12 @@ Vesk::MapDescriptor fixed() {
     return descriptor;
 }
 
+Vesk::MapDescriptor shrinking() {
+    Vesk::MapDescriptor descriptor = growingTable(10);
+    descriptor.shrinkSlots = true;
+    return descriptor;
+}
+
 const Operation kOperations[] = {
     {"insert", "", fixed(), {1}, insert, "new"},
     {"overwrite", "", fixed(), {1, kKey}, insert, "new"},
@@ -92,6 +98,8 @@ const Operation kOperations[] = {
     {"insert", "growth", growingTable(10), {1}, insert, "new"},
     {"insert", "doubling", fixed(), {1, 2}, insert, "new"},
     {"remove", "halving", fixed(), {1, 2, 3, 4, kKey, -2, -3, -4}, remove, "absent"},
+    // Six slots: the key that stays is in the fifth, the sixth is free.
+    {"remove", "shrinking", shrinking(), {2, 3, 4, kKey, 1, 5, -2, -3, -4, -5}, remove, "absent"},
     {"format", "", growingTable(10), {}, nullptr, "absent"},
     {"re-format", "", growingTable(10), {kKey}, nullptr, "absent"},
 };

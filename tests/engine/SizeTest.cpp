@@ -1,5 +1,4 @@
-// A table of a million large entries; resizes that let critical tasks run; a table that is
-// formatted anew.
+// Resizes that let critical tasks run; a table that is formatted anew.
 
 #include "Support.h"
 
@@ -10,48 +9,6 @@
 
 namespace EngineTest {
 namespace {
-
-TEST(Million, FillIterateEmpty) {
-    using Shape = TestSupport::SpShape;
-    const auto entries = static_cast<std::uint32_t>(1'000'000 * TestSupport::lengthFactor());
-    const TestSupport::TempRoot root;
-    const auto writer = openWriter<Shape>("table", shrinkingTable());
-    std::uint32_t capacity = writer->capacity();
-    ASSERT_EQ(capacity, Shape::minimumCapacity);
-
-    const double filling = Pello::time();
-    for (std::uint32_t n = 0; n < entries; ++n) {
-        writer->write(Shape::value(n, n), false);
-        if (writer->capacity() == capacity) continue;
-        ASSERT_EQ(n, capacity) << "grown with free slots";
-        // A tenth more, rounded up. The single precision of the files' format makes no difference
-        // up to this size.
-        ASSERT_EQ(writer->capacity(), capacity + (capacity + 9) / 10);
-        capacity = writer->capacity();
-    }
-    const double filled = Pello::time();
-    EXPECT_EQ(writer->buckets(), std::bit_ceil(entries));
-    EXPECT_TRUE(writer->validate());
-
-    const double iterating = Pello::time();
-    EXPECT_EQ(contentOf<Shape>(*writer).size(), entries);
-    EXPECT_EQ(writer->counters().slowNexts, 0U);
-
-    const double removing = Pello::time();
-    ValueOf<Shape> value;
-    for (std::uint32_t n = 0; n < entries; ++n) {
-        ASSERT_TRUE(writer->remove(Shape::key(n), value));
-        ASSERT_EQ(Shape::generation(value), n);
-    }
-    fmt::print("{} entries of {} bytes: filled in {:.2f} s, iterated in {:.2f} s, removed in "
-               "{:.2f} s\n",
-               entries, sizeof(Shape::V), filled - filling, removing - iterating,
-               Pello::time() - removing);
-    EXPECT_EQ(writer->members(), 0U);
-    EXPECT_EQ(writer->buckets(), 2U);
-    EXPECT_EQ(writer->capacity(), capacity);
-    EXPECT_TRUE(writer->validate());
-}
 
 TEST(Yielding, CriticalTasksRunBetweenTheStepsOfAResize) {
     using Shape = CrowdedShape;

@@ -70,6 +70,7 @@ struct ShapeName {
 inline Vesk::MapDescriptor shrinkingTable() {
     Vesk::MapDescriptor descriptor = TestSupport::growingTable();
     descriptor.shrinkBuckets = true;
+    descriptor.shrinkSlots = true;
     return descriptor;
 }
 

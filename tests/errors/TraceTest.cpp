@@ -13,7 +13,6 @@ namespace {
 struct Traces : Table<TestSupport::ErrorShape> {
     Traces() {
         descriptor.size = 130;
-        descriptor.shrinkSlots = true;
         open(descriptor);
     }
 
@@ -89,6 +88,14 @@ TEST_F(Traces, OfTheFiles) {
     }
     writer->mountStatus();
     expect(R"(2 M.shrinkBuckets shrunk from:256 to:128 shrinkBuckets_:true time:*
+              5 W.doMaybeShrinkSlots threshold:256 shrinkThreshold:256
+              7 S.purgeFreeSlots removing slot id 277 from free-list
+              9 W.doMaybeShrinkSlots skipping not occupied slot:277
+              5 S.shrink newNumSlots:256
+              5 W.doMaybeShrinkSlots at threshold:256 done
+              9 W.doMaybeShrinkSlots moving fromSlot:255 toSlot:65
+              7 S.move fromSlotId:255 toSlotId:65
+              5 S.shrinkThreshold shrinkThreshold_:0
               5 W.mountStatus 1)");
     open(descriptor);
     EXPECT_TRUE(has(traced(capture), "5 SlotTable Vesk/SlotTable.detach "));
@@ -98,8 +105,8 @@ TEST_F(Traces, OfTheFiles) {
               2 S.attach to existing {slots}
               2 W.attach slotsAttached:2
               2 W.attach mapAttached:2
-              9 V.markOccupied slotIndex: 255
-              9 V.markOccupied no notification in torvu queue for occupied slotId:255
+              9 V.markOccupied slotIndex: 127
+              9 V.markOccupied no notification in torvu queue for occupied slotId:127
               5 V.walkOccupiedSlots marked 63 slots
               1 W.attach {})",
            success(), folder, slots);

@@ -45,6 +45,7 @@ class Readers : public testing::Test {
     Readers() {
         Vesk::MapDescriptor descriptor = TestSupport::growingTable();
         descriptor.shrinkBuckets = true;
+        descriptor.shrinkSlots = true;
         writer = openWriter<Shape>("t", descriptor);
         reader = readerOf<Shape>("t");
         EXPECT_TRUE(reader->initialize("test"));

@@ -45,7 +45,7 @@ Plan planOf(const std::string& shape) {
     if (shape == "error") return {200, false};
     if (shape == "message") return {100'000, false};
     if (shape == "session") return {100'000, true};
-    if (shape == "sp") return {50'000, true};
+    if (shape == "sp") return {100'000, true};
     return {kStaying, true};
 }
 
@@ -64,6 +64,7 @@ template <class Shape>
 int write(const Plan& plan) {
     Vesk::MapDescriptor descriptor(plan.keys, Vesk::VeskType::writer);
     descriptor.shrinkBuckets = true;
+    descriptor.shrinkSlots = true;
     const auto writer = TestSupport::openWriter<Shape>("t", descriptor);
     std::vector<std::uint32_t> generations(plan.keys);
     std::mt19937 random(5);
