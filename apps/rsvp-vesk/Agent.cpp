@@ -1,6 +1,6 @@
 #include "Agent.h"
 
-#include "AgentTables.h"
+#include "CounterTables.h"
 #include "ExitCode.h"
 #include "InterfaceMap.h"
 #include "Progress.h"
@@ -62,7 +62,7 @@ Network networkOf(const AgentOptions& options) {
 /// Counts the messages of one frame after the other.
 class Counter {
   public:
-    Counter(AgentTables& tables, std::span<const Packets::LocalAddress> locals)
+    Counter(CounterTables& tables, std::span<const Packets::LocalAddress> locals)
         : tables_(tables)
         , locals_(locals) {}
 
@@ -89,7 +89,7 @@ class Counter {
     }
 
   private:
-    AgentTables& tables_;
+    CounterTables& tables_;
     std::span<const Packets::LocalAddress> locals_;
     Wirra::IntfId interface_;
     Direction direction_ = Direction::rx;
@@ -212,7 +212,7 @@ int runAgent(const AgentOptions& options) {
     }
     try {
         InterfaceMap interfaces(Mem::RootPath::base());
-        AgentTables tables(options.fresh);
+        CounterTables tables(CounterTables::Which::current, Vesk::VeskType::writer, options.fresh);
         Counter counter(tables, network.locals);
         FrameCounts frames;
         for (; capture && !stop.requested(); capture = captures.next()) {
@@ -224,10 +224,11 @@ int runAgent(const AgentOptions& options) {
         }
         if (captures.failed()) code = exitFailed;
         if (options.stay) stop.wait();
+        InterfaceNames names(Mem::RootPath::base());
         if (options.json) {
-            reportJson(std::cout, tables, interfaces, frames);
+            reportJson(std::cout, tables, names, frames);
         } else {
-            reportText(std::cout, tables, interfaces, frames);
+            reportText(std::cout, tables, names, frames);
         }
         std::cout.flush();
         if (!std::cout) {

@@ -140,3 +140,16 @@ void InterfaceMap::write() const {
     Pello::raise<Pello::InvalidInitializeException>(tagOf("write"), "cannot write {}: {}",
                                                     path_.string(), reason);
 }
+
+std::string InterfaceNames::nameOf(const Wirra::IntfId& id) {
+    if ((!map_ || !map_->knows(id)) && nameless_.insert(id.raw()).second) {
+        try {
+            map_.emplace(root_);
+            problem_.clear();
+        } catch (const Pello::CorruptionDetectedException& e) {
+            map_.reset();
+            problem_ = e.message();
+        }
+    }
+    return map_ ? map_->nameOf(id) : Wirra::valueToStrep(id);
+}

@@ -5,7 +5,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
+#include <utility>
 
 /// The names of interfaces and the identifiers that stand for them in the tables: the file
 /// `interfaces` below the root, a JSON object {"interfaces": [{"id": 1, "name": "et1"}, ...]}. It
@@ -24,6 +27,8 @@ class InterfaceMap {
     /// The name behind an identifier; one that no name stands for gives its own text.
     std::string nameOf(const Wirra::IntfId& id) const;
 
+    bool knows(const Wirra::IntfId& id) const { return names_.contains(id.raw()); }
+
   private:
     void read();
     void write() const;
@@ -31,4 +36,24 @@ class InterfaceMap {
     std::filesystem::path path_;
     std::map<std::string, std::uint64_t> ids_;
     std::map<std::uint64_t, std::string> names_;
+};
+
+/// The names as a reader has them: the file is read again when an identifier comes that it did not
+/// name before. A file that is not sound gives no names.
+class InterfaceNames {
+  public:
+    explicit InterfaceNames(std::filesystem::path root)
+        : root_(std::move(root)) {}
+
+    /// The name behind an identifier; one that no name stands for gives its own text.
+    std::string nameOf(const Wirra::IntfId& id);
+
+    /// What is wrong with the file; empty when nothing is.
+    const std::string& problem() const { return problem_; }
+
+  private:
+    std::filesystem::path root_;
+    std::optional<InterfaceMap> map_;
+    std::set<std::uint64_t> nameless_; ///< not to be looked for again
+    std::string problem_;
 };

@@ -4,18 +4,16 @@
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <string>
+#include <string_view>
 #include <tuple>
-#include <vector>
 
 namespace {
 
-const char* nameOf(Direction direction) { return direction == Direction::rx ? "rx" : "tx"; }
+std::string nameOf(Direction direction) { return direction == Direction::rx ? "rx" : "tx"; }
 
-const char* nameOf(Wirra::AddressFamily family) {
+std::string nameOf(Wirra::AddressFamily family) {
     return family == Wirra::ipv4AddressFamily ? "ipv4" : "ipv6";
 }
 
@@ -25,80 +23,105 @@ std::string nameOf(Rsvp::RsvpMsgType type) {
     return name.empty() ? std::to_string(static_cast<std::uint32_t>(type)) : std::string(name);
 }
 
-struct NamedMessageRow : AgentTables::MessageRow {
-    std::string interfaceName;
-};
-
-std::vector<NamedMessageRow> messageRows(const AgentTables& tables,
-                                         const InterfaceMap& interfaces) {
-    std::vector<NamedMessageRow> rows;
-    for (const AgentTables::MessageRow& row : tables.messages()) {
-        if (row.count != 0) rows.push_back({row, interfaces.nameOf(row.interface)});
-    }
-    const auto order = [](const NamedMessageRow& row) {
-        return std::tie(row.interfaceName, row.direction, row.family, row.type);
-    };
-    std::sort(rows.begin(), rows.end(),
-              [&](const auto& a, const auto& b) { return order(a) < order(b); });
-    return rows;
-}
-
-std::vector<AgentTables::ErrorRow> errorRows(const AgentTables& tables) {
-    std::vector<AgentTables::ErrorRow> rows = tables.errors();
-    std::erase_if(rows, [](const auto& row) { return row.count == 0; });
-    std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
-        return std::tie(a.direction, a.error) < std::tie(b.direction, b.error);
-    });
-    return rows;
-}
-
 } // namespace
 
-void reportJson(std::ostream& out, const AgentTables& tables, const InterfaceMap& interfaces,
-                const FrameCounts& frames) {
+std::vector<NamedMessageRow> namedRows(std::vector<CounterTables::MessageRow> rows,
+                                       InterfaceNames& names) {
+    std::vector<NamedMessageRow> named;
+    for (const CounterTables::MessageRow& row : rows) {
+        if (row.count == 0) continue;
+        named.push_back({names.nameOf(row.interface), nameOf(row.direction), nameOf(row.family),
+                         nameOf(row.type), static_cast<std::uint32_t>(row.type), row.count});
+    }
+    const auto order = [](const NamedMessageRow& row) {
+        return std::tie(row.interface, row.direction, row.family, row.typeNumber);
+    };
+    std::sort(named.begin(), named.end(),
+              [&](const auto& a, const auto& b) { return order(a) < order(b); });
+    return named;
+}
+
+std::vector<NamedErrorRow> namedRows(std::vector<CounterTables::ErrorRow> rows) {
+    std::vector<NamedErrorRow> named;
+    for (const CounterTables::ErrorRow& row : rows) {
+        if (row.count == 0) continue;
+        named.push_back({nameOf(row.direction), Rsvp::stringValue(row.error),
+                         static_cast<std::uint32_t>(row.error), row.count});
+    }
+    std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
+        return std::tie(a.direction, a.errorNumber) < std::tie(b.direction, b.errorNumber);
+    });
+    return named;
+}
+
+nlohmann::ordered_json jsonOf(const std::vector<NamedMessageRow>& rows) {
     nlohmann::ordered_json messages = nlohmann::ordered_json::array();
-    for (const NamedMessageRow& row : messageRows(tables, interfaces)) {
-        messages.push_back({{"interface", row.interfaceName},
-                            {"direction", nameOf(row.direction)},
-                            {"family", nameOf(row.family)},
-                            {"type", nameOf(row.type)},
-                            {"typeNumber", static_cast<std::uint32_t>(row.type)},
+    for (const NamedMessageRow& row : rows) {
+        messages.push_back({{"interface", row.interface},
+                            {"direction", row.direction},
+                            {"family", row.family},
+                            {"type", row.type},
+                            {"typeNumber", row.typeNumber},
                             {"count", row.count}});
     }
+    return messages;
+}
+
+nlohmann::ordered_json jsonOf(const std::vector<NamedErrorRow>& rows) {
     nlohmann::ordered_json errors = nlohmann::ordered_json::array();
-    for (const AgentTables::ErrorRow& row : errorRows(tables)) {
-        errors.push_back({{"direction", nameOf(row.direction)},
-                          {"error", Rsvp::stringValue(row.error)},
-                          {"errorNumber", static_cast<std::uint32_t>(row.error)},
+    for (const NamedErrorRow& row : rows) {
+        errors.push_back({{"direction", row.direction},
+                          {"error", row.error},
+                          {"errorNumber", row.errorNumber},
                           {"count", row.count}});
     }
-    const nlohmann::ordered_json document{{"messages", messages},      {"errors", errors},
-                                          {"frames", frames.frames},   {"rsvp", frames.rsvp},
-                                          {"ignored", frames.ignored}, {"cut", frames.cut}};
+    return errors;
+}
+
+void print(std::ostream& out, const std::vector<NamedMessageRow>& rows) {
+    std::size_t width = std::string_view("interface").size();
+    for (const NamedMessageRow& row : rows) {
+        width = std::max(width, row.interface.size());
+    }
+    fmt::print(out, "{:<{}}  direction  family  type           count\n", "interface", width);
+    for (const NamedMessageRow& row : rows) {
+        fmt::print(out, "{:<{}}  {:<9}  {:<6}  {:<8}  {:>10}\n", row.interface, width,
+                   row.direction, row.family, row.type, row.count);
+    }
+}
+
+void print(std::ostream& out, const std::vector<NamedErrorRow>& rows) {
+    fmt::print(out, "{:<40}  direction       count\n", "error");
+    for (const NamedErrorRow& row : rows) {
+        fmt::print(out, "{:<40}  {:<9}  {:>10}\n", row.error, row.direction, row.count);
+    }
+}
+
+void print(std::ostream& out, const nlohmann::ordered_json& document) {
     out << document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
-void reportText(std::ostream& out, const AgentTables& tables, const InterfaceMap& interfaces,
+void reportJson(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
                 const FrameCounts& frames) {
-    const std::vector<NamedMessageRow> messages = messageRows(tables, interfaces);
-    std::size_t width = std::string_view("interface").size();
-    for (const NamedMessageRow& row : messages) {
-        width = std::max(width, row.interfaceName.size());
-    }
-    fmt::print(out, "{:<{}}  direction  family  type           count\n", "interface", width);
-    for (const NamedMessageRow& row : messages) {
-        fmt::print(out, "{:<{}}  {:<9}  {:<6}  {:<8}  {:>10}\n", row.interfaceName, width,
-                   nameOf(row.direction), nameOf(row.family), nameOf(row.type), row.count);
-    }
-    fmt::print(out, "\n{:<40}  direction       count\n", "error");
-    for (const AgentTables::ErrorRow& row : errorRows(tables)) {
-        fmt::print(out, "{:<40}  {:<9}  {:>10}\n", Rsvp::stringValue(row.error),
-                   nameOf(row.direction), row.count);
-    }
+    print(out, nlohmann::ordered_json{{"messages", jsonOf(namedRows(tables.messages(), names))},
+                                      {"errors", jsonOf(namedRows(tables.errors()))},
+                                      {"frames", frames.frames},
+                                      {"rsvp", frames.rsvp},
+                                      {"ignored", frames.ignored},
+                                      {"cut", frames.cut}});
+}
+
+void reportText(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
+                const FrameCounts& frames) {
+    print(out, namedRows(tables.messages(), names));
+    out << '\n';
+    print(out, namedRows(tables.errors()));
     fmt::print(out, "\nframes {}: {} with RSVP, {} ignored, {} cut short by the capture\n",
                frames.frames, frames.rsvp, frames.ignored, frames.cut);
     fmt::print(out, "\nTables below {}:\n", Mem::RootPath::base());
-    for (const std::string& folder : tables.folders()) {
-        fmt::print(out, "  {}\n", folder.substr(Mem::RootPath::base().size() + 1));
+    for (const auto& fronts : {tables.messageFronts(), tables.errorFronts()}) {
+        for (const Vesk::VeskMapBase* const front : fronts) {
+            fmt::print(out, "  {}\n", front->rootPath().dirName());
+        }
     }
 }

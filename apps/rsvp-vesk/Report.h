@@ -1,10 +1,14 @@
 #pragma once
 
-#include "AgentTables.h"
+#include "CounterTables.h"
 #include "InterfaceMap.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <ostream>
+#include <string>
+#include <vector>
 
 /// Frames by what became of them; `frames` is the sum of the others.
 struct FrameCounts {
@@ -14,10 +18,39 @@ struct FrameCounts {
     std::uint64_t cut = 0;     ///< cut short by the capture
 };
 
+/// A counter of messages in the words that people use.
+struct NamedMessageRow {
+    std::string interface;
+    std::string direction;
+    std::string family;
+    std::string type;
+    std::uint32_t typeNumber;
+    std::uint32_t count;
+};
+struct NamedErrorRow {
+    std::string direction;
+    std::string error;
+    std::uint32_t errorNumber;
+    std::uint32_t count;
+};
+
+/// What the tables count, ordered by interface, direction, family and number; counts of zero are
+/// left out.
+std::vector<NamedMessageRow> namedRows(std::vector<CounterTables::MessageRow> rows,
+                                       InterfaceNames& names);
+std::vector<NamedErrorRow> namedRows(std::vector<CounterTables::ErrorRow> rows);
+
+nlohmann::ordered_json jsonOf(const std::vector<NamedMessageRow>& rows);
+nlohmann::ordered_json jsonOf(const std::vector<NamedErrorRow>& rows);
+/// Tables for people.
+void print(std::ostream& out, const std::vector<NamedMessageRow>& rows);
+void print(std::ostream& out, const std::vector<NamedErrorRow>& rows);
+/// One JSON value with a line end; octets that are no UTF-8 are replaced.
+void print(std::ostream& out, const nlohmann::ordered_json& document);
+
 /// Prints what the tables hold, read back from shared memory, with the frames of this run: one JSON
-/// object, or tables for people followed by where the files are. Rows are ordered by interface,
-/// direction, family and number; those of zero are left out.
-void reportJson(std::ostream& out, const AgentTables& tables, const InterfaceMap& interfaces,
+/// object, or tables for people followed by where the files are.
+void reportJson(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
                 const FrameCounts& frames);
-void reportText(std::ostream& out, const AgentTables& tables, const InterfaceMap& interfaces,
+void reportText(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
                 const FrameCounts& frames);
