@@ -6,6 +6,7 @@
 #include "Progress.h"
 #include "Report.h"
 #include "StopSignal.h"
+#include "Tables.h"
 
 #include "Mem/RootPath.h"
 #include "packets/CaptureFile.h"
@@ -22,8 +23,6 @@
 #include <span>
 
 namespace {
-
-void complain(const std::string& text) { std::cerr << "rsvp-vesk: " << text << '\n'; }
 
 Rsvp::RsvpErrorType errorTypeOf(Packets::Defect defect) {
     switch (defect) {

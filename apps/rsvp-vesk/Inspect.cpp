@@ -1,6 +1,7 @@
 #include "Inspect.h"
 
 #include "ExitCode.h"
+#include "Tables.h"
 
 #include "Mem/RootPath.h"
 #include "Mem/WriterLock.h"
@@ -28,31 +29,6 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-void complain(const std::string& text) { std::cerr << "rsvp-vesk: " << text << '\n'; }
-
-std::shared_ptr<Pello::Platform::DebugHandler> handler() {
-    return Pello::Platform::getDebugHandler("inspect", true);
-}
-
-/// The names of all tables below the root, in order.
-std::vector<std::string> allTables() {
-    const fs::path root = Mem::RootPath::base();
-    std::vector<std::string> tables;
-    std::error_code ignored;
-    for (const auto& entry : fs::recursive_directory_iterator(
-             root, fs::directory_options::skip_permission_denied, ignored)) {
-        const std::string name = entry.path().filename();
-        const std::string table = fs::relative(entry.path().parent_path(), root).string();
-        const bool isPart = name == "slots" || name == "buckets" ||
-                            name == SharedMem::OwnerFile::FILENAME ||
-                            name == SharedMem::RavoFile::RAVO_NAME;
-        if (isPart && table != "." && !table.starts_with('.')) tables.push_back(table);
-    }
-    std::sort(tables.begin(), tables.end());
-    tables.erase(std::unique(tables.begin(), tables.end()), tables.end());
-    return tables;
-}
-
 using Bytes = std::vector<std::byte>;
 
 std::optional<Bytes> bytesOf(const std::string& path) {
@@ -63,20 +39,12 @@ std::optional<Bytes> bytesOf(const std::string& path) {
     return Bytes(first, first + text.size());
 }
 
-/// The name of the stored type in the image of a slot file's header.
-std::string typeNameOf(const Bytes& slots) {
-    if (slots.size() < Vesk::SlotHeaderCommon::kSize) return {};
-    alignas(Vesk::SlotHeaderCommon) std::array<std::byte, Vesk::SlotHeaderCommon::kSize> image{};
-    std::copy_n(slots.begin(), image.size(), image.begin());
-    return Vesk::SlotHeaderCommon::at(image.data()).typeName();
-}
-
 /// What the images of a table's files say; the verdict is empty for a sound table.
 template <class Ops>
 std::string examine(const std::string& table, const Bytes& slots, const Bytes& buckets,
                     SharedMem::RavoId id, Json& facts) {
     Vesk::MapDescriptor descriptor(1);
-    Vesk::VeskWriter<Ops> writer(handler(), table, descriptor, Ops(), "", Pello::noop);
+    Vesk::VeskWriter<Ops> writer(tableHandler(), table, descriptor, Ops(), "", Pello::noop);
     std::string verdict;
     const bool sound = writer.load(slots, buckets, id, verdict);
     if (writer.slotTable().attached()) facts["slotHeader"] = writer.slotTable().header().toString();
@@ -110,10 +78,10 @@ std::string examine(const std::string& table, const Bytes& slots, const Bytes& b
 
 /// One look at a table; the verdict is empty for a sound one.
 std::string look(const std::string& table, Json& facts) {
-    const Mem::OruRootPath root(*handler(), table, false);
+    const Mem::OruRootPath root(*tableHandler(), table, false);
     const std::optional<Bytes> slots = bytesOf(root.filePath("slots"));
     const std::optional<Bytes> buckets = bytesOf(root.filePath("buckets"));
-    const SharedMem::RavoId id = SharedMem::RavoFile(*handler(), root, false).read();
+    const SharedMem::RavoId id = SharedMem::RavoFile(*tableHandler(), root, false).read();
     facts["ravoId"] = fmt::format("{}", id);
     if (id == SharedMem::RavoId()) return "no identity in the file ravo";
     if (!slots) return "the file slots is missing";
@@ -131,21 +99,17 @@ std::string look(const std::string& table, Json& facts) {
 
 Json inspect(const std::string& table) {
     constexpr int kTries = 50;
-    const Mem::OruRootPath root(*handler(), table, false);
-    const SharedMem::OwnerFile ownerFile(handler(), root, false);
+    const Mem::OruRootPath root(*tableHandler(), table, false);
     Json facts{{"table", table}, {"folder", root.path()}};
     std::string verdict;
     bool alive = false;
     for (int attempt = 0; attempt < kTries; ++attempt) {
-        std::string why;
-        std::string command;
-        alive = false;
-        verdict = ownerFile.validate(why) ? "" : "owner file: " + why;
-        facts["ownerFile"] = ownerFile.headerToString();
+        const TableOwner owner = ownerOf(table);
+        alive = owner.alive;
+        verdict = owner.problem;
+        facts["ownerFile"] = owner.header;
         if (verdict.empty()) {
-            const Pello::String socketName = ownerFile.ploxetInfo().socketName;
-            alive = Mem::WriterLock::ownerIsAlive(*handler(), socketName, command);
-            facts["owner"] = alive ? fmt::format("{} {}", command, socketName) : "none";
+            facts["owner"] = owner.text;
             verdict = look(table, facts);
         }
         // Files were copied while their writer changed them, or there is something wrong.
@@ -216,11 +180,11 @@ int runClean(const TableOptions& options) {
     for (const std::string& table : *tables) {
         try {
             // Any writer knows the files of all tables; this one has none of its own.
-            Rsvp::Vesk::MessageCounterWriter writer(handler(), table, Vesk::MapDescriptor(1),
+            Rsvp::Vesk::MessageCounterWriter writer(tableHandler(), table, Vesk::MapDescriptor(1),
                                                     Rsvp::Vesk::MessageCounterOps(), "",
                                                     Pello::noop);
             writer.cleanup();
-            const Mem::OruRootPath root(*handler(), table, false);
+            const Mem::OruRootPath root(*tableHandler(), table, false);
             root.removeEmptyFolders();
             if (root.exists()) {
                 complain("not everything is ours to remove in " + root.path());

@@ -28,6 +28,7 @@ class InterfaceMap {
     std::string nameOf(const Wirra::IntfId& id) const;
 
     bool knows(const Wirra::IntfId& id) const { return names_.contains(id.raw()); }
+    bool isName(const std::string& name) const { return ids_.contains(name); }
 
   private:
     void read();
@@ -48,6 +49,7 @@ class InterfaceNames {
     /// The name behind an identifier; one that no name stands for gives its own text.
     std::string nameOf(const Wirra::IntfId& id);
 
+    bool isName(const std::string& name) const { return map_ && map_->isName(name); }
     /// What is wrong with the file; empty when nothing is.
     const std::string& problem() const { return problem_; }
 

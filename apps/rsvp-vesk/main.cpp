@@ -4,6 +4,7 @@
 #include "Agent.h"
 #include "ExitCode.h"
 #include "Inspect.h"
+#include "Show.h"
 
 #include "Mem/RootPath.h"
 #include "Pello/Debug.h"
@@ -62,6 +63,10 @@ int run(int argc, char** argv) {
                "      check the digests of messages that are signed with key a1\n"
                "  rsvp-vesk agent --pcap trace.pcap --trace '*=1,2'\n"
                "      show how the tables are attached and how they grow\n"
+               "  rsvp-vesk show messages --interface et1\n"
+               "      what an agent has counted on an interface, read beside it\n"
+               "  rsvp-vesk snapshot && sleep 60 && rsvp-vesk show errors --relative\n"
+               "      the errors of a minute\n"
                "  rsvp-vesk inspect mpls/rsvp/errorCounters/rxErrorCount\n"
                "      headers, owner, fill and soundness of a table\n"
                "  rsvp-vesk clean\n"
@@ -104,6 +109,34 @@ int run(int argc, char** argv) {
     agent->add_flag("--stay", agentOptions.stay,
                     "Stay the tables' writer after the last capture, until SIGTERM or SIGINT");
 
+    ShowOptions showOptions;
+    CLI::App* const show = app.add_subcommand("show", "Print what another process publishes");
+    show->require_subcommand(1);
+    show->fallthrough();
+    const auto showCommand = [&](const char* name, const char* what) {
+        CLI::App* const command = show->add_subcommand(name, what);
+        command->fallthrough();
+        command->callback([&showOptions, name] { showOptions.what = name; });
+        return command;
+    };
+    CLI::App* const showMessages =
+        showCommand("messages", "The message counters: rows as in the agent's report");
+    CLI::App* const showErrors =
+        showCommand("errors", "The error counters: rows as in the agent's report");
+    showCommand("tables", "Every table below the root: entries, sizes, and who writes it");
+    for (CLI::App* const counters : {showMessages, showErrors}) {
+        counters->add_flag("--relative", showOptions.relative,
+                           "What the counts have grown by since the snapshot");
+        counters->add_flag("--wait", showOptions.wait,
+                           "Wait for the tables to appear, until SIGTERM or SIGINT");
+    }
+    showMessages
+        ->add_option("--interface", showOptions.interface, "The counters of that interface alone")
+        ->type_name("IF");
+    CLI::App* const snapshot = app.add_subcommand(
+        "snapshot", "Copy the counters into the snapshot that --relative compares with");
+    snapshot->fallthrough();
+
     TableOptions tableOptions;
     const auto tableCommand = [&](const char* name, const char* what) {
         CLI::App* const command = app.add_subcommand(name, what);
@@ -132,6 +165,9 @@ int run(int argc, char** argv) {
     }
     Mem::RootPath::baseIs(std::filesystem::absolute(root).lexically_normal().string());
     tableOptions.json = agentOptions.json;
+    showOptions.json = agentOptions.json;
+    if (show->parsed()) return runShow(showOptions);
+    if (snapshot->parsed()) return runSnapshot(agentOptions.json);
     if (inspect->parsed()) return runInspect(tableOptions);
     if (clean->parsed()) return runClean(tableOptions);
     return runAgent(agentOptions);
