@@ -4,8 +4,9 @@
 readonly PROJECT_DIR=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 readonly BUILD_PACKAGES="g++ cmake ninja-build pkg-config python3 libfmt-dev libcli11-dev
-    nlohmann-json3-dev libpcap-dev libsystemd-dev nettle-dev"
-readonly TEST_PACKAGES="libgtest-dev libgmock-dev"
+    nlohmann-json3-dev libpcap-dev libsystemd-dev nettle-dev
+    libncurses-dev"
+readonly TEST_PACKAGES="libgtest-dev libgmock-dev python3-pyte"
 readonly BENCH_PACKAGES="libbenchmark-dev libabsl-dev"
 readonly FUZZ_PACKAGES="clang"
 readonly CHECK_PACKAGES="clang-format clang-tidy"

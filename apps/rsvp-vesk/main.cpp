@@ -5,6 +5,7 @@
 #include "ExitCode.h"
 #include "Inspect.h"
 #include "Show.h"
+#include "Watch.h"
 
 #include "Mem/RootPath.h"
 #include "Pello/Debug.h"
@@ -65,6 +66,8 @@ int run(int argc, char** argv) {
                "      show how the tables are attached and how they grow\n"
                "  rsvp-vesk show messages --interface et1\n"
                "      what an agent has counted on an interface, read beside it\n"
+               "  rsvp-vesk watch\n"
+               "      totals and rates, live\n"
                "  rsvp-vesk snapshot && sleep 60 && rsvp-vesk show errors --relative\n"
                "      the errors of a minute\n"
                "  rsvp-vesk inspect mpls/rsvp/errorCounters/rxErrorCount\n"
@@ -133,6 +136,12 @@ int run(int argc, char** argv) {
     showMessages
         ->add_option("--interface", showOptions.interface, "The counters of that interface alone")
         ->type_name("IF");
+    double interval = 1;
+    CLI::App* const watch = app.add_subcommand("watch", "Live view of totals and rates");
+    watch->fallthrough();
+    watch->add_option("--interval", interval, "Seconds from one look to the next")
+        ->capture_default_str()
+        ->check(CLI::Range(0.05, 3600.0));
     CLI::App* const snapshot = app.add_subcommand(
         "snapshot", "Copy the counters into the snapshot that --relative compares with");
     snapshot->fallthrough();
@@ -166,6 +175,7 @@ int run(int argc, char** argv) {
     Mem::RootPath::baseIs(std::filesystem::absolute(root).lexically_normal().string());
     tableOptions.json = agentOptions.json;
     showOptions.json = agentOptions.json;
+    if (watch->parsed()) return runWatch(interval);
     if (show->parsed()) return runShow(showOptions);
     if (snapshot->parsed()) return runSnapshot(agentOptions.json);
     if (inspect->parsed()) return runInspect(tableOptions);

@@ -23,6 +23,7 @@ class VeskMapBase : public ControlBase, public Mem::ReaderSentry::Notifiee {
     VeskType mode() const override { return descriptor_.type; }
     bool localMem() const override { return descriptor_.localMem; }
     bool notifying() const override { return notifying_; }
+    SharedMem::RavoId ravoId() const override = 0;
     /// Whether some writer has left files of the table.
     bool exists() const override;
 
