@@ -60,6 +60,7 @@ class Documents(unittest.TestCase):
     def test_outputs_of_the_agent(self):
         self.expect("README.md", "agent",
                     self.agent().replace(self.root, "/dev/shm/rsvp-vesk.4SI0NT"))
+        self.expect("README.md", "show", run(TOOL, "--root", self.root, "show", "errors"))
         files = sorted(path for path in pathlib.Path(self.root).rglob("*") if path.is_file())
         tree = "".join(f"{path.relative_to(self.root)}\n" for path in files)
         self.expect("docs/layout.md", "tree", tree)

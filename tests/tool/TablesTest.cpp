@@ -95,6 +95,71 @@ TEST_F(Tables, BesideALivingAgent) {
     EXPECT_EQ(held(), sampleFigures());
 }
 
+TEST_F(Tables, AreShownBySomebodyElse) {
+    const auto show = [this](std::vector<std::string> what) {
+        what.insert(what.begin(), {"--root", root, "show"});
+        return tool(what);
+    };
+    const auto shown = [&] {
+        return figuresOf({{"messages", json::parse(show({"messages", "--json"}).out)},
+                          {"errors", json::parse(show({"errors", "--json"}).out)}});
+    };
+    for (const char* const what : {"messages", "errors", "tables"}) {
+        const Outcome none = show({what, "--json"});
+        EXPECT_TRUE(none.code == kNoTable && none.out.empty()) << none.out;
+        EXPECT_THAT(none.err, HasSubstr(root));
+    }
+    EXPECT_FALSE(fs::exists(root));
+    // Begun before the agent, in another process: it prints what is there when the tables are.
+    Outcome waiting{};
+    std::thread waits([&] { waiting = show({"errors", "--wait", "--json"}); });
+    const pid_t pid = stay();
+    waits.join();
+    EXPECT_EQ(waiting.code, 0) << waiting.err;
+    for (int i = 0; i < 200 && shown() != sampleFigures(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    const auto before = bytes();
+    EXPECT_EQ(shown(), sampleFigures());
+    const Outcome beside = show({"messages"});
+    EXPECT_TRUE(beside.code == 0 && beside.err.empty()) << beside.err;
+    EXPECT_TRUE(bytes() == before);
+    EXPECT_EQ(tool({"--root", root, "snapshot"}).code, 0);
+    const json tables = json::parse(show({"tables", "--json"}).out);
+    EXPECT_EQ(tables.size(), 12U);
+    for (const json& table : tables) {
+        const bool counted = table.at("table").get<std::string>().find("Snapshot") + 1 == 0;
+        EXPECT_EQ(table.at("writerAlive"), counted);
+    }
+    EXPECT_EQ(end(pid, SIGTERM), 0);
+
+    EXPECT_EQ(shown(), sampleFigures());
+    EXPECT_THAT(show({"errors"}).err, HasSubstr("has ended"));
+    EXPECT_EQ(show({"messages", "--relative", "--json"}).out, "[]\n");
+    agent({"--pcap", kSample});
+    EXPECT_EQ(figuresOf({{"messages", json::parse(show({"messages", "--relative", "--json"}).out)},
+                         {"errors", json::parse(show({"errors", "--relative", "--json"}).out)}}),
+              sampleFigures());
+    EXPECT_EQ(show({"messages", "--interface", "two-links"}).out, show({"messages"}).out);
+    const Outcome other = show({"messages", "--interface", "et9"});
+    EXPECT_TRUE(other.code == kFailed && other.out.empty());
+    EXPECT_THAT(other.err, HasSubstr("\"et9\""));
+
+    // Names that cannot be read are no reason to keep the counts back.
+    std::ofstream(root + "/interfaces") << "{";
+    const Outcome nameless = show({"messages", "--json"});
+    EXPECT_EQ(nameless.code, 0);
+    EXPECT_THAT(nameless.err, HasSubstr("not a map of interfaces"));
+    EXPECT_EQ(json::parse(nameless.out).size(), 48U);
+    TestSupport::patchWord(last + "/buckets", 0, 0);
+    EXPECT_EQ(show({"errors"}).code, kCorrupt);
+    fs::remove_all(last);
+    const Outcome partly = show({"errors"});
+    EXPECT_EQ(partly.code, kNoTable);
+    EXPECT_THAT(partly.err, HasSubstr("no table " + last));
+    EXPECT_THAT(partly.out, HasSubstr("pktParserBadMsgChecksumErrorType"));
+}
+
 TEST_F(Tables, AfterAKilledAgentNothingIsLost) {
     EXPECT_EQ(end(stay(), SIGKILL), 1000 + SIGKILL);
     EXPECT_FALSE(fs::is_empty(root + "/.ploxet"));
