@@ -25,7 +25,7 @@ std::string nameOf(Rsvp::RsvpMsgType type) {
 
 } // namespace
 
-std::vector<NamedMessageRow> namedRows(std::vector<CounterTables::MessageRow> rows,
+std::vector<NamedMessageRow> namedRows(const std::vector<CounterTables::MessageRow>& rows,
                                        InterfaceNames& names) {
     std::vector<NamedMessageRow> named;
     for (const CounterTables::MessageRow& row : rows) {
@@ -41,7 +41,7 @@ std::vector<NamedMessageRow> namedRows(std::vector<CounterTables::MessageRow> ro
     return named;
 }
 
-std::vector<NamedErrorRow> namedRows(std::vector<CounterTables::ErrorRow> rows) {
+std::vector<NamedErrorRow> namedRows(const std::vector<CounterTables::ErrorRow>& rows) {
     std::vector<NamedErrorRow> named;
     for (const CounterTables::ErrorRow& row : rows) {
         if (row.count == 0) continue;

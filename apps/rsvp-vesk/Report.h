@@ -36,9 +36,9 @@ struct NamedErrorRow {
 
 /// What the tables count, ordered by interface, direction, family and number; counts of zero are
 /// left out.
-std::vector<NamedMessageRow> namedRows(std::vector<CounterTables::MessageRow> rows,
+std::vector<NamedMessageRow> namedRows(const std::vector<CounterTables::MessageRow>& rows,
                                        InterfaceNames& names);
-std::vector<NamedErrorRow> namedRows(std::vector<CounterTables::ErrorRow> rows);
+std::vector<NamedErrorRow> namedRows(const std::vector<CounterTables::ErrorRow>& rows);
 
 nlohmann::ordered_json jsonOf(const std::vector<NamedMessageRow>& rows);
 nlohmann::ordered_json jsonOf(const std::vector<NamedErrorRow>& rows);

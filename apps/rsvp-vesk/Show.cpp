@@ -113,10 +113,10 @@ TableState stateOf(const Fronts& fronts) {
     for (const Vesk::VeskMapBase* const front : fronts) {
         const std::string name = front->rootPath().dirName();
         if (half(front)) {
-            complain(name + " is corrupt: see rsvp-vesk inspect " + name);
+            complain(fmt::format("{0} is corrupt: see rsvp-vesk inspect {0}", name));
             state = TableState::corrupt;
         } else if (front->corruptions() != 0) {
-            complain(name + " is corrupt: " + front->lastCorruption());
+            complain(fmt::format("{} is corrupt: {}", name, front->lastCorruption()));
             state = TableState::corrupt;
         } else if (!front->ready()) {
             ++missing;

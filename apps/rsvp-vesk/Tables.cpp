@@ -147,7 +147,7 @@ int showTables(bool json) {
         rows.push_back(rowOf(table, problem));
         width = std::max(width, table.size());
         if (problem.empty()) continue;
-        complain(table + ": " + problem);
+        complain(fmt::format("{}: {}", table, problem));
         code = exitCorrupt;
     }
     if (json) {

@@ -15,6 +15,7 @@
 
 #include <clocale>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -34,6 +35,18 @@ class Screen {
     ~Screen() { endwin(); }
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
+
+    /// Takes the terminal's size; whether it is another than before. Asking finds also a change
+    /// whose signal came before anybody listened.
+    static bool resized() {
+        winsize size{};
+        if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row == 0 || size.ws_col == 0) {
+            return false;
+        }
+        if (!is_term_resized(size.ws_row, size.ws_col)) return false;
+        resizeterm(size.ws_row, size.ws_col);
+        return true;
+    }
 
     static void show(const std::vector<std::string>& lines) {
         erase();
@@ -69,6 +82,9 @@ class Watch {
         const auto looking = loop->repeatingTimer(std::chrono::duration_cast<Pello::Loop::Delay>(
                                                       std::chrono::duration<double>(interval_)),
                                                   [this] { look(); });
+        const auto sizes = loop->repeatingTimer(std::chrono::milliseconds(100), [this] {
+            if (Screen::resized()) draw();
+        });
         look();
         while (!ended_) {
             loop->runOnce(-1);
