@@ -6,8 +6,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-/// Says for each line that it reads how many errors another process has counted. It may start before
-/// that process, and goes on when that one ends, comes back, or makes its tables anew.
+/// Says for each line that it reads how many errors another process has counted. It may start
+/// before that process, and goes on when that one ends, comes back, or makes its tables anew.
 int main(int argc, char** argv) {
     if (argc > 1) Mem::RootPath::baseIs(argv[1]);
     using Rsvp::Vesk::ErrorCounterColl;
