@@ -69,8 +69,9 @@ class TableSide : public ReadingSide<Shape> {
     using Value = typename Shape::Ops::Value;
 
     TableSide(const std::string& name, std::uint32_t entries)
-        : ReadingSide<Shape>(openTable<typename Shape::Ops>(
-              name, Vesk::MapDescriptor(entries, Vesk::VeskType::writer))) {}
+        : TableSide(name, Vesk::MapDescriptor(entries, Vesk::VeskType::writer)) {}
+    TableSide(const std::string& name, const Vesk::MapDescriptor& descriptor)
+        : ReadingSide<Shape>(openTable<typename Shape::Ops>(name, descriptor)) {}
     /// The files go with the object: a run makes many growing tables.
     ~TableSide() { this->table().cleanup(); }
     TableSide(const TableSide&) = delete;

@@ -17,6 +17,7 @@
 #include "Sides.h"
 
 #include "MoxVesk/MountInfo.h"
+#include "Pello/Scheduler.h"
 #include "Rsvp/MessageCounterColl.h"
 
 #include <benchmark/benchmark.h>
@@ -25,6 +26,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <numeric>
 #include <optional>
 #include <random>
@@ -76,14 +78,17 @@ class Subject {
             side.insert(valueOf(i));
         }
     }
-    /// In random order, so that later insertions find the free slots in random order.
-    void removeAll(Side& side) {
+    /// A random order, so that later insertions find the free slots in random order.
+    const std::vector<std::uint32_t>& order() {
         if (order_.empty()) {
             order_.resize(entries_);
             std::iota(order_.begin(), order_.end(), 0U);
             std::shuffle(order_.begin(), order_.end(), std::mt19937(2));
         }
-        for (const std::uint32_t i : order_) {
+        return order_;
+    }
+    void removeAll(Side& side) {
+        for (const std::uint32_t i : order()) {
             side.remove(Keys<Shape>::of(i));
         }
     }
@@ -237,6 +242,65 @@ void openAndWalk(benchmark::State& state, Subject& subject) {
     expect(state, ok);
 }
 
+/// A critical-priority task that is always ready, and the longest time that it had to wait.
+class WaitingTask {
+  public:
+    void begin() { since_ = Pello::Rdtsc::now(); }
+    void end() {
+        if (since_ != 0) longest_ = std::max(longest_, Pello::Rdtsc::now() - since_);
+        since_ = 0;
+    }
+    /// Keeps the task ready for as long as the task exists.
+    static void post(const std::shared_ptr<WaitingTask>& task) {
+        const std::weak_ptr<WaitingTask> weak = task;
+        Pello::schedulerRootPello()->criticalPriorityTaskIs([weak] {
+            const auto ready = weak.lock();
+            if (!ready) return;
+            const bool waited = ready->since_ != 0;
+            ready->end();
+            if (waited) ready->begin();
+            post(ready);
+        });
+    }
+    double longest() const {
+        return static_cast<double>(longest_) / Pello::Rdtsc::calibrationRate();
+    }
+
+  private:
+    std::uint64_t since_ = 0; ///< 0 while nobody keeps it from running
+    std::uint64_t longest_ = 0;
+};
+
+/// A table loses its entries, in no order, until it is small again. `pause` is the longest time, in
+/// seconds, for which an operation kept the thread from its critical tasks.
+template <class Shape>
+void shrink(benchmark::State& state, std::uint32_t entries, bool yielding) {
+    Vesk::MapDescriptor descriptor(0, Vesk::VeskType::writer);
+    descriptor.shrinkSlots = true;
+    descriptor.shrinkBuckets = true;
+    descriptor.criticalTaskCheck = yielding;
+    Subject<Shape, TableSide> subject("shrinking", entries);
+    TableSide<Shape> side(subject.name(), descriptor);
+    const std::vector<std::uint32_t>& order = subject.order();
+    const auto task = std::make_shared<WaitingTask>();
+    WaitingTask::post(task);
+    bool ok = true;
+    while (state.KeepRunningBatch(entries)) {
+        state.PauseTiming();
+        subject.insertAll(side);
+        const std::uint32_t grown = side.table().capacity();
+        state.ResumeTiming();
+        for (const std::uint32_t i : order) {
+            task->begin();
+            ok &= side.remove(Keys<Shape>::of(i));
+            task->end();
+        }
+        ok &= side.table().capacity() < grown / 8;
+    }
+    expect(state, ok);
+    state.counters["pause"] = task->longest();
+}
+
 struct Goals {
     double lookupHit;
     double lookupDependent;
@@ -289,6 +353,10 @@ void registerShape(const std::string& name, const std::string& title, std::uint3
                                  std::ref(table));
     benchmark::RegisterBenchmark((name + "/open/walk").c_str(), openAndWalk<OfTable>,
                                  std::ref(table));
+    benchmark::RegisterBenchmark((name + "/shrink").c_str(), shrink<Shape>, entries, false);
+    benchmark::RegisterBenchmark((name + "/shrinkYielding").c_str(), shrink<Shape>, entries, true);
+    comparisons.push_back({title + "remove with shrinking, yielding", name + "/shrinkYielding",
+                           name + "/shrink", "not yielding", 0});
     comparisons.push_back({title + "open and check the table", name + "/open/check",
                            name + "/open/walk", "plain walk of its files", 2});
 }

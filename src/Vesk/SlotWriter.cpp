@@ -197,7 +197,7 @@ SlotWords& SlotWriterBase::wordsOf(std::uint32_t index) const {
     return *reinterpret_cast<SlotWords*>(slots_ + std::size_t{index} * shape_.slotSize);
 }
 
-void SlotWriterBase::purgeFreeSlots(std::uint32_t limit) {
+void SlotWriterBase::purgeFreeSlots(std::uint32_t limit, Pello::CriticalTaskSlices slices) {
     const Pello::SourceTag tag = tagOf("purgeFreeSlots");
     if (numSlots_ <= limit) {
         Pello::fatal(debugHandler().get(), tag, "bad threshold: {} numSlots:{}", limit, numSlots_);
@@ -223,6 +223,7 @@ void SlotWriterBase::purgeFreeSlots(std::uint32_t limit) {
             }
         }
         index = next;
+        slices.maybeRun();
     }
     const std::uint32_t occupied = header_->occupiedSlots();
     if (std::uint64_t{count} + occupied != numSlots_) {

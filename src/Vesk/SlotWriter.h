@@ -21,6 +21,7 @@
 // format of a new header and that of its last slot, slots that are neither free nor occupied,
 // which the validator finds by their number.
 
+#include "Pello/Scheduler.h"
 #include "Vesk/Counters.h"
 #include "Vesk/Operations.h"
 #include "Vesk/SlotTable.h"
@@ -73,8 +74,8 @@ class SlotWriterBase : public SlotTableBase {
     bool grow();
 
     /// Takes the free slots from `limit` on off the free list. Throws `CorruptionDetectedException`
-    /// when free and occupied slots are not all.
-    void purgeFreeSlots(std::uint32_t limit);
+    /// when free and occupied slots are not all. The list may be long and in no order.
+    void purgeFreeSlots(std::uint32_t limit, Pello::CriticalTaskSlices slices);
     /// Gives the slots from that number on back, all of which are neither free nor occupied.
     /// Throws `MemoryResourceException` when the file cannot be truncated, with the count published
     /// all the same.

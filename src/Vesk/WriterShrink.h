@@ -54,7 +54,7 @@ void VeskWriter<Ops>::doMaybeShrinkSlots(std::uint32_t threshold) {
         std::max(occupied == 0 ? 0 : 4 * std::bit_floor(occupied), slots_.minimumCapacity());
     PELLO_TRACE(*this, 5, tagOf(operation), "threshold:{} shrinkThreshold:{}{}", target, threshold,
                 target < threshold ? " SUPER SHRINK!" : "");
-    slots_.purgeFreeSlots(target);
+    slots_.purgeFreeSlots(target, Pello::CriticalTaskSlices(criticalTaskCheck_));
     if constexpr (Ops::notifying) torvu_.markShrinkStart();
     Pello::CriticalTaskSlices slices(criticalTaskCheck_);
     std::uint64_t moved = 0;

@@ -218,23 +218,36 @@ TYPED_TEST(Swings, WaitForTheEndOfADirectOperation) {
     EXPECT_TRUE(this->writer->validate());
 }
 
-TYPED_TEST(Swings, LetCriticalTasksRunBetweenMoves) {
+TYPED_TEST(Swings, LetCriticalTasksRunMeanwhile) {
     this->open(true);
-    const std::uint32_t least = TypeParam::minimumCapacity;
-    this->fillTo(2 * least + 1);
-    this->emptyTo(least);
-    Mem::stopHook = [](Mem::StopPoint point) {
-        if (point != Mem::StopPoint::relinkSlot) return;
-        for (const double start = Pello::time(); Pello::time() < start + 0.011;) {
-        }
-    };
-    unsigned runs = 0;
-    Pello::schedulerRootPello()->criticalPriorityTaskIs([&] { ++runs; });
     this->writer->criticalTaskCheckIs(true);
-    this->emptyTo(least - 1);
-    Mem::stopHook = nullptr;
-    EXPECT_GT(this->writer->counters().moved, 0U);
-    EXPECT_EQ(runs, 1U);
+    const std::uint32_t least = TypeParam::minimumCapacity;
+    // While free slots leave the list (the first link is of the slot that joins it), and while
+    // entries move.
+    static Mem::StopPoint slow;
+    static unsigned passes;
+    for (const Mem::StopPoint point : {Mem::StopPoint::freeLink, Mem::StopPoint::relinkSlot}) {
+        slow = point;
+        passes = point == Mem::StopPoint::freeLink ? 2 : 1;
+        this->fillTo(2 * least + 3);
+        this->writer->remove(TypeParam::key(2 * least + 1), this->out);
+        this->emptyTo(least);
+        Mem::stopHook = [](Mem::StopPoint passed) {
+            if (passed != slow || --passes != 0) return;
+            for (const double start = Pello::time(); Pello::time() < start + 0.011;) {
+            }
+        };
+        unsigned runs = 0;
+        Pello::schedulerRootPello()->criticalPriorityTaskIs([&] { ++runs; });
+        const std::uint64_t moved = this->writer->counters().moved;
+        this->emptyTo(least - 1);
+        Mem::stopHook = nullptr;
+        EXPECT_GT(this->writer->counters().moved, moved);
+        EXPECT_EQ(runs, 1U);
+        Pello::schedulerRootPello()->runCriticalPriorityTasks();
+        this->emptyTo(0);
+        this->gone = 0;
+    }
 }
 
 /// From here on this process cannot truncate files.
