@@ -1,6 +1,8 @@
 #include "Mem/Mapping.h"
 
 #include "Mem/OwnFile.h"
+#include "Mem/StopPoint.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -38,7 +40,10 @@ bool Mapping::load(std::span<const std::byte> image, std::uint64_t size) {
     return true;
 }
 
-void Mapping::removeFile() const { unlink(name_.c_str()); }
+void Mapping::removeFile() const {
+    stopAt(StopPoint::removeFile);
+    unlink(name_.c_str());
+}
 
 Shared::Shared(const OruRootPath& rootPath, const Pello::String& fileName)
     : Mapping(rootPath.filePath(fileName)) {}
@@ -59,6 +64,7 @@ bool Shared::openFile(bool& created) {
 
 bool Shared::reserve(std::uint64_t from, std::uint64_t to) {
     if (to <= from) return true;
+    stopAt(StopPoint::reserveFile);
     int result = 0;
     do {
         result = posix_fallocate(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from));
@@ -120,6 +126,7 @@ bool Shared::resize(std::uint64_t size) {
         applyDump();
     }
     // The mapping ends before the file does, never the other way round.
+    if (size < old) stopAt(StopPoint::truncateFile);
     if (size >= old || ftruncate(fd_, static_cast<off_t>(size)) == 0) return true;
     fail("ftruncate", errno);
     void* const base = mremap(base_, size, old, MREMAP_MAYMOVE);

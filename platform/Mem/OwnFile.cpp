@@ -1,5 +1,7 @@
 #include "Mem/OwnFile.h"
 
+#include "Mem/StopPoint.h"
+
 #include <fmt/format.h>
 
 #include <cerrno>
@@ -53,6 +55,7 @@ OwnFile OwnFile::open(const Pello::String& path, Absent absent, Pello::String& e
     OwnFile file;
     file.fd_ = openAboveStreams(path.c_str(), kFlags);
     if (file.fd_ < 0 && errno == ENOENT && absent == Absent::isMade) {
+        stopAt(StopPoint::makeFile);
         file.fd_ = openAboveStreams(path.c_str(), kFlags | O_CREAT | O_EXCL);
         file.created_ = file.fd_ >= 0;
         // Somebody else was faster.

@@ -1,5 +1,6 @@
 #include "Mem/RootPath.h"
 
+#include "Mem/StopPoint.h"
 #include "Pello/Exception.h"
 
 #include <cerrno>
@@ -137,6 +138,7 @@ bool OruRootPath::hasFile(const Pello::String& fileName) const {
 bool OruRootPath::exists() const { return access(path_.c_str(), F_OK) == 0; }
 
 void OruRootPath::removeFile(const Pello::String& fileName) const {
+    stopAt(StopPoint::removeFile);
     unlink(filePath(fileName).c_str());
 }
 

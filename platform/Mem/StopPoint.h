@@ -1,8 +1,8 @@
 #pragma once
 
-// Named places directly before each store that other processes, or the next writer after a crash,
-// can see. A test stops or kills the process there and looks at what it left. A release build
-// (RSVPVESK_STOP_POINTS not defined) has no trace of them.
+// Named places directly before each store, and each change of a file, that other processes, or the
+// next writer after a crash, can see. A test stops or kills the process there and looks at what it
+// left. A release build (RSVPVESK_STOP_POINTS not defined) has no trace of them.
 
 #include <array>
 #include <cstddef>
@@ -15,14 +15,15 @@
 
 namespace Mem {
 
-/// One name per publishing store of the protocol, in the order in which docs/protocol.md lists
-/// them.
+/// One name per publishing store of the protocol, then per change of a file, in the order in which
+/// docs/protocol.md lists them.
 enum class StopPoint : std::uint8_t {
     criticalEnter,  // the critical section flag, set
     criticalLeave,  // the critical section flag, cleared
     headerFormat,   // the image of the common header
     slotFormat,     // the link word of a slot that is being formatted
     freeHead,       // the head of the free list
+    identity,       // the identity in the header of a slot file that is formatted
     occupiedCount,  // the number of occupied slots
     slotRhash,      // the hash of a slot that is not yet reachable
     slotOwnLink,    // the link word of a slot that is not yet reachable
@@ -42,17 +43,28 @@ enum class StopPoint : std::uint8_t {
     bucketCount,    // the published number of buckets
     bucketCut,      // the end of a lower chain after doubling
     bucketJoin,     // the end of a lower chain before halving
+    makeFile,       // a file that is not there yet, made empty
+    reserveFile,    // the room for a file that becomes larger
+    truncateFile,   // a file that becomes smaller
+    removeFile,     // a file's name, removed
+    ownerRecord,    // the record of the owner file
+    ravoRecord,     // the record of the ravo file
     count_
 };
 
 inline constexpr std::size_t kStopPoints = static_cast<std::size_t>(StopPoint::count_);
 
 inline constexpr std::array<std::string_view, kStopPoints> kStopPointNames{
-    "criticalEnter", "criticalLeave", "headerFormat", "slotFormat",     "freeHead",
-    "occupiedCount", "slotRhash",     "slotOwnLink",  "lookasideRhash", "lookasideValue",
-    "rewriteBegin",  "slotValue",     "rewriteEnd",   "linkSlot",       "unlinkSlot",
-    "relinkSlot",    "clearOccupied", "freeLink",     "slotCount",      "bucketFormat",
-    "bucketSplit",   "bucketCount",   "bucketCut",    "bucketJoin"};
+    "criticalEnter",  "criticalLeave", "headerFormat",  "slotFormat",  "freeHead",
+    "identity",       "occupiedCount", "slotRhash",     "slotOwnLink", "lookasideRhash",
+    "lookasideValue", "rewriteBegin",  "slotValue",     "rewriteEnd",  "linkSlot",
+    "unlinkSlot",     "relinkSlot",    "clearOccupied", "freeLink",    "slotCount",
+    "bucketFormat",   "bucketSplit",   "bucketCount",   "bucketCut",   "bucketJoin",
+    "makeFile",       "reserveFile",   "truncateFile",  "removeFile",  "ownerRecord",
+    "ravoRecord"};
+
+/// Whether it stands before a change of a file, not before a store.
+constexpr bool isOfFiles(StopPoint point) { return point >= StopPoint::makeFile; }
 
 #if defined(RSVPVESK_STOP_POINTS)
 

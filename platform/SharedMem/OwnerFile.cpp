@@ -1,6 +1,7 @@
 #include "SharedMem/OwnerFile.h"
 
 #include "Mem/OwnFile.h"
+#include "Mem/StopPoint.h"
 #include "Pello/Fork.h"
 
 #include <algorithm>
@@ -205,6 +206,7 @@ void OwnerFile::write(const Record& record) {
         std::memcpy(localImage_.data(), &record, sizeof record);
         return;
     }
+    Mem::stopAt(Mem::StopPoint::ownerRecord);
     errno = 0;
     if (pwrite(fd_, &record, sizeof record, 0) != sizeof record) {
         Pello::raise<Pello::InvalidInitializeException>(tagOf("write"), "cannot write {}: {}",

@@ -1,6 +1,7 @@
 #include "SharedMem/RavoFile.h"
 
 #include "Mem/OwnFile.h"
+#include "Mem/StopPoint.h"
 
 #include <array>
 #include <cerrno>
@@ -59,6 +60,7 @@ void RavoFile::write(RavoId id) {
     std::memcpy(image.data(), record.data(), sizeof record);
     Pello::String error;
     const Mem::OwnFile file = Mem::OwnFile::open(path_, Mem::OwnFile::Absent::isMade, error);
+    Mem::stopAt(Mem::StopPoint::ravoRecord);
     errno = 0; // a short write sets none
     if (file.isOpen() &&
         pwrite(file.fd(), image.data(), image.size(), 0) != static_cast<ssize_t>(image.size())) {

@@ -75,6 +75,7 @@ SlotHeaderCommon::SlotHeaderCommon(const Pello::Platform::DebugHandler& handler,
 }
 
 void SlotHeaderCommon::formatInto(std::byte* base) {
+    ravoId_ = SharedMem::RavoId().word();
     numSlots_ = at(base).numSlots().next(numSlots().value).toWord();
     Mem::copyWordsIn(Mem::StopPoint::headerFormat, base, this, kSize);
 }

@@ -58,8 +58,10 @@ class SlotHeaderCommon {
                      std::uint32_t flags, SharedMem::RavoId id, const Pello::String& typeName,
                      std::uint32_t valueSize, std::uint32_t hashSeed);
 
-    /// Copies the image over what a mapping held. The version of the slot count goes on from
-    /// the old header's, so that readers that are attached to the file notice the re-format.
+    /// Copies the image over what a mapping held, but without the identity, which `ravoIdIs` adds
+    /// when everything else stands: no reader takes such a file for a table. The version of the
+    /// slot count goes on from the old header's, so that readers that are attached to the file
+    /// notice the re-format.
     void formatInto(std::byte* base);
 
     /// The header at the start of a mapping.
@@ -93,6 +95,9 @@ class SlotHeaderCommon {
     }
 
     // The writer's side.
+    void ravoIdIs(SharedMem::RavoId id) {
+        Mem::publish(Mem::StopPoint::identity, ravoId_, id.word());
+    }
     void numSlotsIs(std::uint32_t count) {
         numSlots().next(count).publishTo(Mem::StopPoint::slotCount, numSlots_);
     }

@@ -135,6 +135,7 @@ void SlotWriterBase::format(SharedMem::RavoId id) {
     numSlotsIs(header_->numSlots().value);
     shrinkThresholdUpdate();
     initializeSlots(0, numSlots_);
+    header_->ravoIdIs(id);
 }
 
 void SlotWriterBase::detach() {

@@ -131,7 +131,7 @@ std::uint32_t countOf(const TempRoot& root, std::uint32_t key) {
 std::size_t storesToCrash = 0;
 
 void hook(Mem::StopPoint point) {
-    if (storesToCrash-- != 0) return;
+    if (Mem::isOfFiles(point) || storesToCrash-- != 0) return;
     std::fputs(Mem::kStopPointNames[static_cast<std::size_t>(point)].data(), stderr);
     _exit(kCrashed);
 }

@@ -5,6 +5,7 @@
 #include "MoxVesk/MountInfo.h"
 #include "Pello/Loop.h"
 #include "Pello/Time.h"
+#include "Process.h"
 #include "Rsvp/MessageCounterColl.h"
 
 #include <gmock/gmock.h>
@@ -12,7 +13,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -22,7 +22,6 @@
 #include <sstream>
 #include <sys/inotify.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -33,60 +32,9 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 /// A process that owns tables below a root.
-class Process {
-  public:
-    explicit Process(const std::string& root) {
-        int in[2];
-        int out[2];
-        if (pipe(in) != 0 || pipe(out) != 0) throw std::runtime_error("pipe");
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(in[0], 0);
-            dup2(out[1], 1);
-            for (const int fd : {in[0], in[1], out[0], out[1]}) {
-                close(fd);
-            }
-            execl(LIFE_PROCESS, "lifeProcess", root.c_str(), nullptr);
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        to_ = fdopen(in[1], "w");
-        from_ = fdopen(out[0], "r");
-    }
-    ~Process() {
-        kill(SIGKILL);
-        fclose(to_);
-        fclose(from_);
-    }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    void send(const std::string& command) {
-        std::fprintf(to_, "%s\n", command.c_str());
-        std::fflush(to_);
-    }
-    /// The answer to a command; empty when the process is gone.
-    std::string tell(const std::string& command) {
-        send(command);
-        std::string line;
-        for (int c = std::fgetc(from_); c != EOF && c != '\n'; c = std::fgetc(from_)) {
-            line.push_back(static_cast<char>(c));
-        }
-        return line;
-    }
-    void kill(int signal) {
-        if (pid_ <= 0) return;
-        ::kill(pid_, signal);
-        waitpid(pid_, nullptr, 0);
-        pid_ = 0;
-    }
-    pid_t pid() const { return pid_; }
-
-  private:
-    pid_t pid_ = 0;
-    FILE* to_ = nullptr;
-    FILE* from_ = nullptr;
+struct Process : TestSupport::Process {
+    explicit Process(const std::string& root)
+        : TestSupport::Process({LIFE_PROCESS, root}) {}
 };
 
 /// Every file below a folder with its bytes; sockets with none.

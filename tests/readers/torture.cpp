@@ -13,17 +13,16 @@
 // again. In the shapes whose values are large enough it must tear some, or the test tests nothing.
 
 #include "Environment.h"
+#include "Process.h"
 #include "Vesk/VeskReader.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <fcntl.h>
 #include <iostream>
 #include <random>
 #include <sstream>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -207,66 +206,9 @@ int play(const std::string& shape, const std::string& role) {
 }
 
 /// A process with this program in another role.
-class Player {
-  public:
-    Player(const char* program, const std::string& shape, const std::string& role) {
-        int in[2];
-        int out[2];
-        if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) std::abort();
-        process_ = fork();
-        if (process_ == 0) {
-            dup2(in[0], STDIN_FILENO);
-            dup2(out[1], STDOUT_FILENO);
-            execl(program, program, "--role", Mem::RootPath::base().c_str(), shape.c_str(),
-                  role.c_str(), nullptr);
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        in_ = in[1];
-        out_ = out[0];
-    }
-    ~Player() {
-        send(SIGKILL);
-        if (!waited_) waitpid(process_, nullptr, 0);
-        close(in_);
-        close(out_);
-    }
-    Player(const Player&) = delete;
-    Player& operator=(const Player&) = delete;
-
-    void send(int signal) const {
-        if (!waited_) kill(process_, signal);
-    }
-    std::string line() const {
-        std::string text;
-        char octet = 0;
-        while (read(out_, &octet, 1) == 1 && octet != '\n') {
-            text += octet;
-        }
-        return text;
-    }
-    void end() {
-        close(in_);
-        in_ = -1;
-    }
-    /// The exit code; 1000 and the signal that ended it; -1 when it does not end in time.
-    int code(Clock::duration within) {
-        const auto limit = Clock::now() + within;
-        int status = 0;
-        while (waitpid(process_, &status, WNOHANG) == 0) {
-            if (Clock::now() > limit) return -1;
-            std::this_thread::sleep_for(5ms);
-        }
-        waited_ = true;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-    }
-
-  private:
-    pid_t process_ = 0;
-    int in_ = -1;
-    int out_ = -1;
-    bool waited_ = false;
+struct Player : TestSupport::Process {
+    Player(const char* program, const std::string& shape, const std::string& role)
+        : Process({program, "--role", Mem::RootPath::base(), shape, role}) {}
 };
 
 int direct(const char* program, const std::string& shape, double seconds, unsigned readers) {
@@ -284,11 +226,11 @@ int direct(const char* program, const std::string& shape, double seconds, unsign
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 40));
         const std::size_t which = random() % (players.size() + 3);
         const Player& stopped = which < players.size() ? *players[which] : writer;
-        stopped.send(SIGSTOP);
+        stopped.signal(SIGSTOP);
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 25));
-        stopped.send(SIGCONT);
+        stopped.signal(SIGCONT);
     }
-    writer.send(SIGKILL);
+    writer.signal(SIGKILL);
     // What a dead writer left is still read, for a while.
     std::this_thread::sleep_for(300ms);
     bool sound = true;
@@ -301,14 +243,14 @@ int direct(const char* program, const std::string& shape, double seconds, unsign
             figures >> figure;
             sums[i] = i + 1 < sums.size() ? sums[i] + figure : std::max(sums[i], figure);
         }
-        if (const int code = player->code(10s); code != 0) {
+        if (const int code = player->code(10); code != 0) {
             std::cerr << "a reader ended with " << code << '\n';
             sound = false;
         }
     }
     control.end();
     const std::string torn = control.line();
-    if (control.code(10s) != 0 || (planOf(shape).mustTear && (torn.empty() || torn == "0"))) {
+    if (control.code(10) != 0 || (planOf(shape).mustTear && (torn.empty() || torn == "0"))) {
         std::cerr << "the control tore nothing\n";
         sound = false;
     }
@@ -336,7 +278,6 @@ int main(int argc, char** argv) {
         std::cerr << "usage: torture SHAPE [SECONDS] [READERS]\n";
         return 2;
     }
-    std::signal(SIGPIPE, SIG_IGN);
     return direct(argv[0], arguments[0], arguments.size() > 1 ? std::stod(arguments[1]) : 5,
                   arguments.size() > 2 ? static_cast<unsigned>(std::stoul(arguments[2])) : 3);
 }

@@ -66,7 +66,7 @@ double lengthFactor() {
 #endif
 }
 
-ChildEnd inChild(const std::function<void()>& body) {
+ChildEnd inChild(const std::function<void()>& body, const std::function<void()>& beside) {
     int pipeEnds[2];
     if (pipe(pipeEnds) != 0) throw std::runtime_error("pipe");
     std::fflush(stdout);
@@ -87,6 +87,7 @@ ChildEnd inChild(const std::function<void()>& body) {
         _exit(code);
     }
     close(pipeEnds[1]);
+    beside();
     ChildEnd end{};
     char buffer[4096];
     for (ssize_t n = 0; (n = read(pipeEnds[0], buffer, sizeof buffer)) > 0;) {

@@ -74,8 +74,9 @@ struct ChildEnd {
 };
 
 /// Runs `body` in a forked child, which exits with 0 when the body returns and with 99 when it
-/// throws. The child's stderr is captured.
-ChildEnd inChild(const std::function<void()>& body);
+/// throws, and `beside` here meanwhile. The child's stderr is captured.
+ChildEnd inChild(
+    const std::function<void()>& body, const std::function<void()>& beside = [] {});
 
 /// Bytes of a file; empty when there is none.
 std::vector<unsigned char> fileBytes(const std::string& path);
