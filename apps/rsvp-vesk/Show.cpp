@@ -96,6 +96,18 @@ int showMessages(const ShowOptions& options, const CounterTables& tables,
     return exitDone;
 }
 
+/// Complains about what reads have met.
+bool sawCorruption(const Fronts& fronts) {
+    bool saw = false;
+    for (const Vesk::VeskMapBase* const front : fronts) {
+        if (front->corruptions() == 0) continue;
+        complain(
+            fmt::format("{} is corrupt: {}", front->rootPath().dirName(), front->lastCorruption()));
+        saw = true;
+    }
+    return saw;
+}
+
 } // namespace
 
 TableState stateOf(const Fronts& fronts) {
@@ -161,11 +173,12 @@ int runShow(const ShowOptions& options) {
         answer(options.json, namedRows(tables.errors(since)));
     }
     complainOfEndedWriter(fronts);
-    for (const Vesk::VeskMapBase* const front : fronts) {
-        if (code == exitCorrupt || front->corruptions() == 0) continue;
-        complain(front->rootPath().dirName() + " is corrupt: " + front->lastCorruption());
-        code = exitCorrupt;
+    Fronts read = fronts;
+    if (since != nullptr) {
+        const Fronts old = messages ? since->messageFronts() : since->errorFronts();
+        read.insert(read.end(), old.begin(), old.end());
     }
+    if (code != exitCorrupt && sawCorruption(read)) code = exitCorrupt;
     return flushed(code);
 }
 
@@ -178,8 +191,13 @@ int runSnapshot(bool json) {
         return codeOf(state);
     }
     try {
+        // Before the old snapshot goes.
+        static_cast<void>(tables.messages());
+        static_cast<void>(tables.errors());
+        if (sawCorruption(fronts)) return exitCorrupt;
         CounterTables snapshot(CounterTables::Which::snapshot, Vesk::VeskType::writer);
         snapshot.copyFrom(tables);
+        if (sawCorruption(fronts)) return exitCorrupt;
         const std::size_t messages = snapshot.messages().size();
         const std::size_t errors = snapshot.errors().size();
         if (json) {

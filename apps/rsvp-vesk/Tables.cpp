@@ -97,11 +97,14 @@ std::shared_ptr<Pello::Platform::DebugHandler> tableHandler() {
 std::vector<std::string> allTables() {
     const fs::path root = Mem::RootPath::base();
     std::vector<std::string> tables;
+    // Folders may vanish meanwhile.
     std::error_code ignored;
-    for (const auto& entry : fs::recursive_directory_iterator(
-             root, fs::directory_options::skip_permission_denied, ignored)) {
-        const std::string name = entry.path().filename();
-        const std::string table = fs::relative(entry.path().parent_path(), root).string();
+    fs::recursive_directory_iterator at(root, fs::directory_options::skip_permission_denied,
+                                        ignored);
+    for (; at != fs::recursive_directory_iterator(); at.increment(ignored)) {
+        const fs::path& path = at->path();
+        const std::string name = path.filename();
+        const std::string table = path.parent_path().lexically_relative(root).string();
         const bool isPart = name == "slots" || name == "buckets" ||
                             name == SharedMem::OwnerFile::FILENAME ||
                             name == SharedMem::RavoFile::RAVO_NAME;

@@ -17,6 +17,7 @@
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -73,7 +74,7 @@ class Watch {
         const auto stopping =
             loop->watchFd(stop.fd(), EPOLLIN, [&](auto) { ended_ = stop.requested(); });
         const auto keys = loop->watchFd(STDIN_FILENO, EPOLLIN, [this](std::uint32_t events) {
-            if ((events & EPOLLIN) == 0) ended_ = true; // the terminal is gone
+            if ((events & (EPOLLHUP | EPOLLERR)) != 0) ended_ = true; // the terminal is gone
             for (int key = 0; !ended_ && (key = getch()) != ERR;) {
                 press(key);
             }
@@ -97,22 +98,27 @@ class Watch {
         bool ready = true;
         bool alive = true;
         std::string owner;
+        std::uint64_t corruptions = 0;
         std::string corruption;
+        const auto messages = namedRows(tables_.messages(), names_);
+        const auto errors = namedRows(tables_.errors());
         for (const auto& fronts : {tables_.messageFronts(), tables_.errorFronts()}) {
             for (const Vesk::VeskMapBase* const front : fronts) {
                 identity += fmt::format("{} ", front->ravoId());
                 ready = ready && front->ready();
                 owner = front->owner();
                 alive = alive && !owner.ends_with(":0");
+                corruptions += front->corruptions();
                 if (front->corruptions() != 0) corruption = front->lastCorruption();
             }
         }
-        view_.take(namedRows(tables_.messages(), names_), namedRows(tables_.errors()), identity,
-                   Pello::time());
+        view_.take(messages, errors, identity, Pello::time());
+        // Met by this look, not by one long ago.
+        const bool corrupt = corruptions > std::exchange(corruptions_, corruptions);
         view_.statusIs(!ready   ? "waiting for the tables of an agent"
                        : !alive ? "the agent has ended; these are its last counts"
                                 : "agent " + owner);
-        if (!corruption.empty() && !ready) view_.statusIs("corrupt: " + corruption);
+        if (corrupt) view_.statusIs("corrupt: " + corruption);
         draw();
     }
 
@@ -185,6 +191,7 @@ class Watch {
     InterfaceNames names_;
     double interval_;
     WatchView view_;
+    std::uint64_t corruptions_ = 0;
     bool typing_ = false;
     bool ended_ = false;
 };

@@ -18,6 +18,7 @@ namespace {
 struct Range {
     std::atomic<std::uintptr_t> base{0};
     std::atomic<std::size_t> size{0};
+    std::atomic<bool> patched{false};
 };
 
 constexpr std::size_t kRanges = 8192;
@@ -33,21 +34,23 @@ std::mutex& mutex() {
     return *instance;
 }
 
-bool isGuarded(std::uintptr_t address) {
-    const std::size_t count = used;
-    return std::any_of(ranges.begin(), ranges.begin() + static_cast<std::ptrdiff_t>(count),
-                       [address](const Range& range) {
-                           const std::uintptr_t base = range.base;
-                           return base != 0 && address >= base && address - base < range.size;
-                       });
+Range* rangeOf(std::uintptr_t address) {
+    const auto end = ranges.begin() + static_cast<std::ptrdiff_t>(used.load());
+    const auto at = std::find_if(ranges.begin(), end, [address](const Range& range) {
+        const std::uintptr_t base = range.base;
+        return base != 0 && address >= base && address - base < range.size;
+    });
+    return at == end ? nullptr : &*at;
 }
 
 void handle(int signal, siginfo_t* info, void* context) {
     const auto address = reinterpret_cast<std::uintptr_t>(info->si_addr);
     const std::uintptr_t page = pageSize;
-    if (info->si_code == BUS_ADRERR && isGuarded(address)) {
+    Range* const range = info->si_code == BUS_ADRERR ? rangeOf(address) : nullptr;
+    if (range != nullptr) {
         void* const zeros = static_cast<std::byte*>(info->si_addr) - address % page;
         if (mmap(zeros, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == zeros) {
+            range->patched = true;
             return;
         }
     }
@@ -55,9 +58,12 @@ void handle(int signal, siginfo_t* info, void* context) {
         previous.sa_sigaction(signal, info, context);
     } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
         previous.sa_handler(signal);
-    } else {
-        // The read is tried again, and ends the process as it would have without this handler.
+    } else if (const bool isOfAnAccess = info->si_code > 0 && info->si_code != BUS_MCEERR_AO;
+               isOfAnAccess || previous.sa_handler == SIG_DFL) {
+        // The access is tried again, or the signal sent again: either ends the process, as it would
+        // have without this handler.
         std::signal(signal, SIG_DFL);
+        if (!isOfAnAccess) raise(signal);
     }
 }
 
@@ -68,7 +74,8 @@ void install() {
         action.sa_sigaction = handle;
         action.sa_flags = SA_SIGINFO | SA_ONSTACK;
         sigemptyset(&action.sa_mask);
-        return sigaction(SIGBUS, &action, &previous) == 0;
+        sigaction(SIGBUS, nullptr, &previous); // known before the first signal comes
+        return sigaction(SIGBUS, &action, nullptr) == 0;
     }();
     static_cast<void>(installed);
 }
@@ -85,12 +92,18 @@ bool add(const std::byte* base, std::size_t size) {
     for (std::size_t i = 0; i < kRanges; ++i) {
         Range& range = ranges[i];
         if (range.base != 0) continue;
+        range.patched = false;
         range.size = (size + page - 1) / page * page;
         range.base = reinterpret_cast<std::uintptr_t>(base);
         used = std::max(used.load(), i + 1);
         return true;
     }
     return false;
+}
+
+bool wasPatched(const std::byte* base) {
+    const Range* const range = rangeOf(reinterpret_cast<std::uintptr_t>(base));
+    return range != nullptr && range->patched;
 }
 
 void remove(const std::byte* base) {

@@ -27,4 +27,8 @@ void enabledIs(bool enabled);
 /// Before the range is unmapped.
 void remove(const std::byte* base);
 
+/// Whether a page of that range was missing when it was read. It reads as zeros from then on, also
+/// when the file has it again.
+bool wasPatched(const std::byte* base);
+
 } // namespace Mem::BusGuard

@@ -69,6 +69,8 @@ void ReaderMapping::detach() {
     fd_ = -1;
 }
 
+bool ReaderMapping::patched() const { return base_ != nullptr && BusGuard::wasPatched(base_); }
+
 std::uint64_t ReaderMapping::fileSize() const {
     struct stat status {};
     const int result = fd_ >= 0 ? fstat(fd_, &status) : stat(name_.c_str(), &status);

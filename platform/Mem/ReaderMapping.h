@@ -27,6 +27,10 @@ class ReaderMapping {
     /// The size of the open file now; of the file that the name leads to when none is open.
     std::uint64_t fileSize() const;
 
+    bool isOpen() const { return fd_ >= 0; }
+    /// A page that is mapped was truncated away when it was read, and reads as zeros since.
+    bool patched() const;
+
     const Pello::String& name() const { return name_; }
     const std::byte* base() const { return base_; }
     std::uint64_t size() const { return size_; }
@@ -36,7 +40,6 @@ class ReaderMapping {
 
   private:
     bool map(std::uint64_t size);
-    void unmap();
 
     Pello::String name_;
     Pello::String error_;

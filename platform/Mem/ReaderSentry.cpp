@@ -47,7 +47,7 @@ void ReaderSentry::mountAttempt(const Pello::String& event, bool /*force*/) {
                 notifiee_.modeStr(), enabled_);
     if (!enabled_ || notifiee_.localMem()) return;
     if (notifiee_.inTransition()) {
-        if (loop_) loop_->post([this, event] { mountAttempt(event, false); }, alive_);
+        if (loop_) loop_->post([this, event] { ownAttempt(event); }, alive_);
         return;
     }
     watchNearestFolder();
@@ -99,10 +99,12 @@ void ReaderSentry::lookAgain() {
     retryDelay_ = std::min(2 * retryDelay_, kLongestRetry);
 }
 
-void ReaderSentry::ownAttempt() {
+void ReaderSentry::ownAttempt() { ownAttempt(everAttached_ ? kTryAttach : kInit); }
+
+void ReaderSentry::ownAttempt(const Pello::String& event) {
     const std::weak_ptr<const void> alive = alive_;
     try {
-        mountAttempt(everAttached_ ? kTryAttach : kInit, false);
+        mountAttempt(event, false);
     } catch (const Pello::Exception& e) {
         if (alive.expired()) return;
         PELLO_TRACE(*this, 0, tagOf("ownAttempt"), "{} {}", rootPath_, e.message());

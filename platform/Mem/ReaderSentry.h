@@ -83,6 +83,7 @@ class ReaderSentry : public Sentry, private Pello::Debuggable {
     void attach(const Table& table, const Pello::String& event);
     void lookAgain();
     void ownAttempt();
+    void ownAttempt(const Pello::String& event);
 
     OruRootPath rootPath_;
     Notifiee& notifiee_;

@@ -89,9 +89,15 @@ bool SlotHeaderCommon::validate(const Pello::Platform::DebugHandler& handler,
         return found == wanted;
     };
     const auto checkSlotCount = [this, &error] {
-        const std::uint32_t count = numSlots().value;
-        if (count == 0) error = "bad numSlots:0";
-        return count != 0;
+        const auto count = numSlots();
+        // No writer stores that version.
+        const bool never = count.version == Mem::VersionedRef<std::uint32_t>::kNoVersion;
+        if (count.value == 0) {
+            error = "bad numSlots:0";
+        } else if (never) {
+            error = fmt::format("bad numSlots:{}", count);
+        }
+        return count.value != 0 && !never;
     };
     const auto checkSize = [memSize, headerSize, &error] {
         if (memSize < headerSize) {

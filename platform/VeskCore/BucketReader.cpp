@@ -39,8 +39,22 @@ bool BucketReader<SlotLink>::attach() {
 
 void BucketReader<SlotLink>::detach() {
     mapping_.detach();
+    forgetWords();
+}
+
+void BucketReader<SlotLink>::forgetWords() {
     words_ = nullptr;
     local_ = {Count::kNoVersion, 0};
+}
+
+bool BucketReader<SlotLink>::refresh() {
+    const bool isDue = attached() ? mapping_.patched() : mapping_.isOpen();
+    if (!isDue) return false;
+    forgetWords();
+    if (mapping_.resize(BucketTable::Header::kSize)) return true;
+    Pello::raise<Pello::MemoryResourceException>(
+        tagOf("refresh"), "failed to resize {} from {} to {} buckets, needed {} bytes. Reason: {}",
+        mapping_.name(), 0, 0, BucketTable::Header::kSize, mapping_.error());
 }
 
 auto BucketReader<SlotLink>::snapshot(std::uint64_t& fileSize) const -> Count {
@@ -54,7 +68,7 @@ auto BucketReader<SlotLink>::snapshot(std::uint64_t& fileSize) const -> Count {
 }
 
 bool BucketReader<SlotLink>::doResize() {
-    if (!changed()) return false;
+    if (!attached() || !changed()) return false;
     std::uint64_t realSize = 0;
     const Count count = snapshot(realSize);
     const std::uint64_t needed = BucketTable::fileSize(count.value);
@@ -67,8 +81,8 @@ bool BucketReader<SlotLink>::doResize() {
     PELLO_TRACE(*this, 2, tagOf("doResize"), "{} from {} buckets to {}", mapping_.name(),
                 local_.value, count.value);
     if (!mapping_.resize(needed)) {
-        words_ = nullptr;
-        const std::uint32_t old = std::exchange(local_, {Count::kNoVersion, 0}).value;
+        const std::uint32_t old = local_.value;
+        forgetWords();
         Pello::raise<Pello::MemoryResourceException>(
             tagOf("doResize"),
             "failed to resize {} from {} to {} buckets, needed {} bytes. Reason: {}",

@@ -26,8 +26,12 @@ class BucketReader<Vesk::SlotLink> : public Pello::Debuggable {
     void detach();
     /// Maps the words anew when the writer has published another count; true when it had. Throws
     /// `CorruptionDetectedException` when the count cannot be that of the file, and
-    /// `MemoryResourceException` when it cannot be mapped.
+    /// `MemoryResourceException` when it cannot be mapped; then nothing is until `refresh`.
     bool doResize();
+    /// When nothing is mapped since a `doResize` that failed, or a page reads as zeros because it
+    /// was truncated away: maps the header anew, and the next `doResize` the words. True when it
+    /// did.
+    bool refresh();
 
     /// False with a reason unless header, identity, count and file size fit together.
     bool validate(SharedMem::RavoId id, Pello::String& error) const;
@@ -41,7 +45,9 @@ class BucketReader<Vesk::SlotLink> : public Pello::Debuggable {
         return Mem::VersionedRef<std::uint32_t>::loadFrom(header().numBuckets);
     }
     const Mem::VersionedRef<std::uint32_t>& local() const { return local_; }
-    bool changed() const { return attached() && local_.version != published().version; }
+    bool changed() const {
+        return attached() ? local_.version != published().version : mapping_.isOpen();
+    }
 
     std::uint32_t numBuckets() const { return local_.value; }
     std::uint32_t mask() const { return local_.value - 1; }
@@ -64,6 +70,8 @@ class BucketReader<Vesk::SlotLink> : public Pello::Debuggable {
 
     /// The count and the size of the file, of one moment.
     Count snapshot(std::uint64_t& fileSize) const;
+
+    void forgetWords();
 
     Mem::ReaderMapping mapping_;
     Bucket::ReaderCounters& counters_;

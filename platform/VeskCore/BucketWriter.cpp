@@ -43,6 +43,8 @@ bool BucketTable::Header::validate(VersionedCount count, std::uint64_t size, Sha
         error = fmt::format("bad bucket ravo id:{} wanted:{}", Mem::load(ravoId), id);
     } else if (!std::has_single_bit(n)) {
         error = fmt::format("bad numBuckets:{}", n);
+    } else if (count.version == VersionedCount::kNoVersion) {
+        error = fmt::format("bad numBuckets:{}", count); // no writer stores that version
     } else if (BucketTable::fileSize(n) > size) {
         error = fmt::format("bad bucket file size:{} wanted:{} for {} buckets", size,
                             BucketTable::fileSize(n), n);

@@ -71,7 +71,7 @@ std::uint64_t SlotReaderBase::takeSnapshot() {
 }
 
 bool SlotReaderBase::doResize() {
-    if (!changed()) return false;
+    if (!attached() || !changed()) return false;
     const Pello::SourceTag tag = tagOf("doResize");
     const std::uint64_t realSize = takeSnapshot();
     if (const SharedMem::RavoId id = snapshot().ravoId(); id != ravoId_) {
@@ -124,9 +124,21 @@ bool SlotReaderBase::doResize() {
     return true;
 }
 
+bool SlotReaderBase::refresh() {
+    const bool isDue = attached() ? mapping_.patched() : mapping_.isOpen();
+    if (!isDue) return false;
+    forgetSlots();
+    const std::uint32_t size = SlotFile::headerSize(shape_);
+    if (mapping_.resize(size)) return true;
+    Pello::raise<Pello::MemoryResourceException>(
+        tagOf("refresh"), "failed to resize {} from {} to {} slots, needed {} bytes. Reason: {}",
+        mapping_.name(), 0, 0, size, mapping_.error());
+}
+
 bool SlotReaderBase::validate(SharedMem::RavoId id, Pello::String& error) {
     const std::uint64_t fileSize = takeSnapshot();
     ravoId_ = id;
+    hashSeed_ = snapshot().hashSeed(); // the file may have been formatted anew since `attach`
     return SlotFile::validate(*debugHandler(), snapshot(), shape_, fileSize, id, error);
 }
 

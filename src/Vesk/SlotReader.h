@@ -43,16 +43,22 @@ class SlotReaderBase : public Pello::Debuggable {
 
     /// Maps the slots anew when the writer has published another count; true when it had. Throws
     /// `CorruptionDetectedException` when the count cannot be that of the file, and
-    /// `MemoryResourceException` when it cannot be mapped; then nothing is.
+    /// `MemoryResourceException` when it cannot be mapped; then nothing is until `refresh`.
     bool doResize();
+    /// When nothing is mapped since a `doResize` that failed, or a page reads as zeros because it
+    /// was truncated away: maps the header anew, and the next `doResize` the slots. True when it
+    /// did.
+    bool refresh();
 
     /// Checks a snapshot of the header. Never throws. From then on `doResize` takes no header of
     /// another identity: such a table was formatted anew, and has another hash seed too.
     bool validate(SharedMem::RavoId id, Pello::String& error);
 
     bool attached() const { return mapping_.base() != nullptr; }
-    /// The writer has published another count since.
-    bool changed() const { return attached() && numSlots_.version != header().numSlots().version; }
+    /// The writer has published another count since, or the mapping is lost.
+    bool changed() const {
+        return attached() ? numSlots_.version != header().numSlots().version : mapping_.isOpen();
+    }
     const SlotHeaderCommon& header() const {
         return *reinterpret_cast<const SlotHeaderCommon*>(mapping_.base());
     }

@@ -7,9 +7,8 @@
 // own, which the next read overwrites.
 //
 // R10 After a read, and before corruption is reported, the versions of both counts are compared
-// with
-//     those that the read was made for. When one differs the files are mapped anew and the read is
-//     made again. Only what no resize explains is corruption.
+//     with those that the read was made for. When one differs the files are mapped anew and the
+//     read is made again. Only what no resize explains is corruption.
 // R11 A table has one identity, in `ravo` and in both headers. A reader takes over no header of
 //     another one: it was formatted anew, with another seed.
 // R12 What is mapped beyond the end of a file reads as zeros: the writer truncates files that are
@@ -30,6 +29,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace Vesk {
 
@@ -129,6 +129,11 @@ class VeskReader : public VeskInterface<Ops>, public Pello::Debuggable {
         const Key* key_;
     };
 
+    bool refresh() const {
+        const bool slots = slots_.refresh();
+        const bool buckets = hashMap_.buckets().refresh();
+        return slots || buckets;
+    }
     /// Runs a read until no resize has overtaken it; `onResize` before each new try.
     template <class Read, class OnResize>
     bool retryOnResize(Read&& read, OnResize&& onResize) const;
@@ -217,18 +222,19 @@ bool VeskReader<Ops>::doResize() const {
 template <class Ops>
 template <class Read, class OnResize>
 bool VeskReader<Ops>::retryOnResize(Read&& read, OnResize&& onResize) const {
+    bool triedAnew = false;
     while (true) {
-        bool result = false;
         try {
-            result = read();
+            const bool result = read();
+            if (!slots_.changed() && !hashMap_.buckets().changed()) [[likely]]
+                return result;
+            refresh(); // what a resize that failed has left unmapped
+            doResize();
         } catch (const Pello::CorruptionDetectedException&) {
-            if (!doResize()) throw;
-            onResize();
-            continue;
+            // What was truncated away reads as zeros, also when the file has it again: look once.
+            const bool refreshed = !std::exchange(triedAnew, true) && refresh();
+            if (!refreshed && !doResize()) throw;
         }
-        if (!slots_.changed() && !hashMap_.buckets().changed()) [[likely]]
-            return result;
-        doResize();
         onResize();
     }
 }

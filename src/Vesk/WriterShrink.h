@@ -6,9 +6,8 @@
 // Every entry above the target moves into a free slot below it while readers go on:
 //
 // I11 An entry that moves is reachable at every store: by its old slot until the link that led
-// there
-//     leads to the new one, which is complete and goes on where the old one goes on. The old slot
-//     keeps its own link, for readers that stand on it.
+//     there leads to the new one, which is complete and goes on where the old one goes on. The old
+//     slot keeps its own link, for readers that stand on it.
 // I12 Nothing but moves happens between the first move and the publication of the smaller count,
 //     and that comes before the truncation.
 //
@@ -25,6 +24,7 @@ namespace Vesk {
 template <class Ops>
 void VeskWriter<Ops>::shrink() {
     using namespace std::chrono_literals;
+    if (!slots_.attached()) return; // who asks may be late
     if (directOpen()) {
         // The slot of an open operation is not linked, and would not move with the others.
         shrinkLater_ = Pello::Loop::ofThisThread()->timer(10ms, [this] { shrink(); });

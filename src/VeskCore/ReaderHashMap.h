@@ -66,7 +66,7 @@ class ReaderHashMap : public Pello::Debuggable {
     bool next(const Key& key, Value& out, Vesk::IterHint& hint);
 
     /// Throws unless `next` follows `bucket` in successor order, for the number of buckets, its
-    /// half or its double.
+    /// half or its double. Bucket 0 follows the last one, where the table ends.
     void verifyNextBucket(std::uint32_t bucket, std::uint32_t next) const;
 
   private:
@@ -91,6 +91,9 @@ class ReaderHashMap : public Pello::Debuggable {
         }
         return text;
     }
+
+    [[noreturn, gnu::cold]] void raiseNextBucket(std::uint32_t bucket, std::uint32_t next) const;
+    std::uint32_t followerOf(std::uint32_t bucket, std::uint32_t link) const;
 
     std::uint32_t hashOf(const Key& key) const { return Ops::hash(key, hashSeed_); }
     bool isPlaced(std::uint32_t hash, std::uint32_t bucket) const {
@@ -133,6 +136,8 @@ class ReaderHashMap : public Pello::Debuggable {
         slowNext
     };
 
+    template <Kind kind>
+    void verifyPlace(const Key& key, std::uint32_t rhash, std::uint32_t bucket) const;
     // Inlined, because what a walk finds goes through memory otherwise.
     /// Walks a bucket's chain as far as the key. Begins again for as long as links change under it.
     template <Kind kind>
@@ -195,32 +200,38 @@ inline auto ReaderHashMap<Ops>::tryWalk(const Key& key, std::uint32_t bucket, st
             !equal && (read.rhash > rhash || (read.rhash == rhash && Ops::less(key, slotKey)));
         if ((equal && kind == Kind::lookup) || above) {
             if (!step.stands()) return {End::overtaken, 0, 0, 0};
-            if (above && !isPlaced(hashOf(slotKey), bucket)) [[unlikely]] {
-                if constexpr (kind == Kind::lookup) {
-                    raiseCorruption(operation, "corrupt key detected. key:{} bucketIndex:{}",
-                                    hexOf(slotKey), bucket);
-                } else {
-                    raiseCorruption(operation, "corrupt key detected. key:{} bucketIndex {}",
-                                    hexOf(slotKey), bucket);
-                }
-            }
+            if (above) verifyPlace<kind>(slotKey, read.rhash, bucket);
             return {equal ? End::found : End::above, 0, index, read.sequence};
         }
         const Vesk::SlotWords& slot = slots_.words(index);
         const Step onward(slot.link, &slot);
         if (!step.stands()) return {End::overtaken, 0, 0, 0};
-        if constexpr (kind == Kind::lookup) {
-            if (!isPlaced(hashOf(slotKey), bucket)) [[unlikely]] {
-                raiseCorruption(operation, "corrupt key detected. key:{} bucketIndex:{}",
-                                hexOf(slotKey), bucket);
-            }
-        } else {
+        verifyPlace<kind>(slotKey, read.rhash, bucket);
+        if constexpr (kind != Kind::lookup) {
             PELLO_TRACE(*this, 9, Tag(operation), "{} next slot {} success", key,
                         onward.loaded.next);
         }
         step = onward;
     }
     return {End::chainEnd, step.loaded.next, 0, 0};
+}
+
+template <class Ops>
+template <typename ReaderHashMap<Ops>::Kind kind>
+inline void ReaderHashMap<Ops>::verifyPlace(const Key& key, std::uint32_t rhash,
+                                            std::uint32_t bucket) const {
+    const std::uint32_t hash = hashOf(key);
+    if constexpr (kind == Kind::lookup) {
+        if (isPlaced(hash, bucket)) [[likely]]
+            return;
+        raiseCorruption("lookup", "corrupt key detected. key:{} bucketIndex:{}", hexOf(key),
+                        bucket);
+    } else {
+        // A walk that goes on from a key with another key's hash could come back to it for ever.
+        if (isPlaced(hash, bucket) && Vesk::reverseBits(hash) == rhash) [[likely]]
+            return;
+        raiseCorruption("next", "corrupt key detected. key:{} bucketIndex {}", hexOf(key), bucket);
+    }
 }
 
 template <class Ops>
@@ -273,11 +284,25 @@ void ReaderHashMap<Ops>::verifyNextBucket(std::uint32_t bucket, std::uint32_t ne
                                             : 0xFFFFFFFFU % (half == 0 ? 1 : half);
     const std::uint32_t ofDouble =
         order < 31 ? successorBucket(bucket, order + 1) : 0xFFFFFFFFU % (numBuckets * 2U | 1U);
-    if (next != ofHalf && next != ofDouble) [[unlikely]] {
-        raiseCorruption("verifyNextBucket",
-                        "has bucket: {} with next bucket: {} and numBuckets: {}", bucket, next,
-                        numBuckets);
-    }
+    if (next != ofHalf && next != ofDouble) [[unlikely]]
+        raiseNextBucket(bucket, next);
+}
+
+template <class Ops>
+void ReaderHashMap<Ops>::raiseNextBucket(std::uint32_t bucket, std::uint32_t next) const {
+    raiseCorruption("verifyNextBucket", "has bucket: {} with next bucket: {} and numBuckets: {}",
+                    bucket, next, buckets_.numBuckets());
+}
+
+/// The bucket that a link leads on to. None leads to bucket 0, where a walk begins: it would not
+/// end.
+template <class Ops>
+std::uint32_t ReaderHashMap<Ops>::followerOf(std::uint32_t bucket, std::uint32_t link) const {
+    const std::uint32_t next = Vesk::SlotLink::index(link);
+    if (next == 0) [[unlikely]]
+        raiseNextBucket(bucket, next);
+    verifyNextBucket(bucket, next);
+    return next;
 }
 
 template <class Ops>
@@ -297,10 +322,8 @@ bool ReaderHashMap<Ops>::first(std::uint32_t bucketIndex, Value& out, Vesk::Iter
                                 "has bucket cycle detected, bucketCount: {} numBuckets: {}", count,
                                 buckets_.numBuckets());
             }
-            const std::uint32_t next = Vesk::SlotLink::index(step.loaded.next);
-            verifyNextBucket(current, next);
-            step = Step(buckets_[next], nullptr);
-            current = next;
+            current = followerOf(current, step.loaded.next);
+            step = Step(buckets_[current], nullptr);
         }
         const std::uint32_t index = step.loaded.next;
         const auto read = slots_.read(index, out);
@@ -340,8 +363,7 @@ bool ReaderHashMap<Ops>::fastNext(const Key& key, Value& out, Vesk::IterHint& hi
         return true;
     }
     if (step.leavesChain()) {
-        const std::uint32_t next = Vesk::SlotLink::index(step.loaded.next);
-        verifyNextBucket(hint.bucket, next);
+        const std::uint32_t next = followerOf(hint.bucket, step.loaded.next);
         PELLO_TRACE(*this, 9, Tag("next"), "{} next bucket {} using {}", key, next, hint);
         result = first(next, out, hint);
         return true;
@@ -353,6 +375,11 @@ bool ReaderHashMap<Ops>::fastNext(const Key& key, Value& out, Vesk::IterHint& hi
         if (!words.occupied()) return false; // R7
         raiseCorruption("next", "slot:{} not marked as occupied key:{}", index,
                         hexOf(Ops::key(out)));
+    }
+    // A step that does not ascend is corrupt or overtaken: the slow path finds out which (R9).
+    if (read.rhash < held.rhash || (read.rhash == held.rhash && !Ops::less(key, Ops::key(out))))
+        [[unlikely]] {
+        return false;
     }
     if (!isPlaced(hashOf(Ops::key(out)), hint.bucket)) [[unlikely]] {
         raiseCorruption("next", "corrupt key detected. key:{} bucketIndex {}", hexOf(Ops::key(out)),
@@ -382,8 +409,7 @@ bool ReaderHashMap<Ops>::slowNext(const Key& key, Value& out, Vesk::IterHint& hi
         PELLO_TRACE(*this, 9, Tag("next"), "{} failed", key);
         return false;
     }
-    const std::uint32_t next = Vesk::SlotLink::index(end.next);
-    verifyNextBucket(bucket, next);
+    const std::uint32_t next = followerOf(bucket, end.next);
     PELLO_TRACE(*this, 9, Tag("next"), "{} next bucket {}", key, next);
     return first(next, out, hint);
 }

@@ -216,6 +216,8 @@ TYPED_TEST(Swings, WaitForTheEndOfADirectOperation) {
     EXPECT_EQ(this->writer->capacity(), TypeParam::minimumCapacity);
     EXPECT_FALSE(this->writer->slotTable().header().inCriticalSection());
     EXPECT_TRUE(this->writer->validate());
+    this->writer->detach(false);
+    this->writer->shrink(); // of nothing any more
 }
 
 TYPED_TEST(Swings, LetCriticalTasksRunMeanwhile) {

@@ -151,6 +151,16 @@ TEST_F(Tables, AreShownBySomebodyElse) {
     EXPECT_EQ(nameless.code, 0);
     EXPECT_THAT(nameless.err, HasSubstr("not a map of interfaces"));
     EXPECT_EQ(json::parse(nameless.out).size(), 48U);
+    // Corruption that an attach does not see, in the snapshot and in the counts.
+    EXPECT_EQ(tool({"--root", root, "snapshot"}).code, 0);
+    const std::string counts = root + "/mpls/rsvp/messageCounters/rxIpv4Count/buckets";
+    const std::string old = root + "/mpls/rsvp/messageCountersSnapshot/rxIpv4Count/buckets";
+    TestSupport::patchWord(old, 28, 0x7FFFFFF0);
+    EXPECT_EQ(show({"messages", "--relative"}).code, kCorrupt);
+    TestSupport::patchWord(counts, 28, 0x7FFFFFF0);
+    const auto snapshot = TestSupport::fileBytes(old);
+    EXPECT_EQ(tool({"--root", root, "snapshot"}).code, kCorrupt);
+    EXPECT_TRUE(TestSupport::fileBytes(old) == snapshot);
     TestSupport::patchWord(last + "/buckets", 0, 0);
     EXPECT_EQ(show({"errors"}).code, kCorrupt);
     fs::remove_all(last);
