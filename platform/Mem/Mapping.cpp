@@ -65,6 +65,7 @@ bool Shared::openFile(bool& created) {
 bool Shared::reserve(std::uint64_t from, std::uint64_t to) {
     if (to <= from) return true;
     stopAt(StopPoint::reserveFile);
+    const SizeLimitIsAnError guard;
     int result = 0;
     do {
         result = posix_fallocate(fd_, static_cast<off_t>(from), static_cast<off_t>(to - from));

@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -74,6 +76,41 @@ OwnFile OwnFile::open(const Pello::String& path, Absent absent, Pello::String& e
         return {};
     }
     return file;
+}
+
+SizeLimitIsAnError::SizeLimitIsAnError() {
+    sigset_t pending;
+    sigpending(&pending);
+    isPending_ = sigismember(&pending, SIGXFSZ) == 1;
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before_);
+}
+
+SizeLimitIsAnError::~SizeLimitIsAnError() {
+    if (!isPending_) {
+        sigset_t mine;
+        sigemptyset(&mine);
+        sigaddset(&mine, SIGXFSZ);
+        const timespec now{};
+        while (sigtimedwait(&mine, nullptr, &now) < 0 && errno == EINTR) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+int writeWhole(int fd, const void* bytes, std::size_t size) {
+    const SizeLimitIsAnError guard;
+    std::size_t written = 0;
+    while (written < size) {
+        const ssize_t n = pwrite(fd, static_cast<const char*>(bytes) + written, size - written,
+                                 static_cast<off_t>(written));
+        if (n == 0) return ENOSPC;
+        if (n < 0 && errno != EINTR) return errno;
+        written += n < 0 ? 0U : static_cast<std::size_t>(n);
+    }
+    return 0;
 }
 
 bool lockWhole(int fd, bool wait) {

@@ -2,6 +2,8 @@
 
 #include "Pello/String.h"
 
+#include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
 
@@ -44,6 +46,23 @@ class OwnFile {
     int fd_ = -1;
     bool created_ = false;
 };
+
+/// While it lives, what this thread writes beyond the limit of file sizes (RLIMIT_FSIZE) fails with
+/// EFBIG, as an error of the write, and no SIGXFSZ ends the process.
+class SizeLimitIsAnError {
+  public:
+    SizeLimitIsAnError();
+    ~SizeLimitIsAnError();
+    SizeLimitIsAnError(const SizeLimitIsAnError&) = delete;
+    SizeLimitIsAnError& operator=(const SizeLimitIsAnError&) = delete;
+
+  private:
+    sigset_t before_; ///< the signals that the thread blocked
+    bool isPending_;  ///< one was sent earlier, for somebody else
+};
+
+/// Writes all the bytes at the beginning of the file. 0, or the errno of the write that failed.
+int writeWhole(int fd, const void* bytes, std::size_t size);
 
 /// Locks the whole file for this open file description (fcntl F_OFD_SETLK); with `wait` as soon as
 /// whoever has the lock lets it go. False with `errno` on failure.

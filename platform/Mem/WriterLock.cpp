@@ -148,9 +148,10 @@ WriterLock::acquireWriterLock(const Pello::Platform::DebugHandler& handler,
         refuse(fmt::format("its writer is {}", describe(owner)));
     }
     const Pello::String self = Pello::ProcessId::self().text();
-    const bool named = ftruncate(fd, 0) == 0 &&
-                       pwrite(fd, self.data(), self.size(), 0) == static_cast<ssize_t>(self.size());
-    if (!named) PELLO_TRACE(handler, 1, tag, "cannot write {}: {}", path, std::strerror(errno));
+    const int failure = ftruncate(fd, 0) == 0 ? writeWhole(fd, self.data(), self.size()) : errno;
+    if (failure != 0) {
+        PELLO_TRACE(handler, 1, tag, "cannot write {}: {}", path, std::strerror(failure));
+    }
     r.locks[path] = fd;
     return std::make_unique<Hold>(path);
 }

@@ -207,11 +207,9 @@ void OwnerFile::write(const Record& record) {
         return;
     }
     Mem::stopAt(Mem::StopPoint::ownerRecord);
-    errno = 0;
-    if (pwrite(fd_, &record, sizeof record, 0) != sizeof record) {
+    if (const int failure = Mem::writeWhole(fd_, &record, sizeof record); failure != 0) {
         Pello::raise<Pello::InvalidInitializeException>(tagOf("write"), "cannot write {}: {}",
-                                                        path_,
-                                                        std::strerror(errno != 0 ? errno : ENOSPC));
+                                                        path_, std::strerror(failure));
     }
 }
 

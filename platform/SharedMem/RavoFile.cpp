@@ -61,10 +61,9 @@ void RavoFile::write(RavoId id) {
     Pello::String error;
     const Mem::OwnFile file = Mem::OwnFile::open(path_, Mem::OwnFile::Absent::isMade, error);
     Mem::stopAt(Mem::StopPoint::ravoRecord);
-    errno = 0; // a short write sets none
-    if (file.isOpen() &&
-        pwrite(file.fd(), image.data(), image.size(), 0) != static_cast<ssize_t>(image.size())) {
-        error = fmt::format("write: {}", std::strerror(errno != 0 ? errno : ENOSPC));
+    if (file.isOpen()) {
+        const int failure = Mem::writeWhole(file.fd(), image.data(), image.size());
+        if (failure != 0) error = fmt::format("write: {}", std::strerror(failure));
     }
     if (!error.empty()) {
         Pello::raise<Pello::InvalidInitializeException>({"RavoFile", "SharedMem/RavoFile", "write"},

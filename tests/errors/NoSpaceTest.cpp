@@ -4,12 +4,24 @@
 #include "TableFiles.h"
 #include "platform/SmallFileSystem.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <sys/resource.h>
 
 namespace ErrorsTest {
 namespace {
 
 using Shape = TestSupport::SessionShape;
+
+/// The size that this process may give to a file.
+void fileSizeIsAtMost(rlim_t size) {
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = std::min(size, limit.rlim_max);
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0) throw std::runtime_error("cannot limit file sizes");
+}
 
 /// A table in a small file system.
 struct NoSpace : testing::Test {
@@ -17,6 +29,7 @@ struct NoSpace : testing::Test {
         if (!small.problem().empty()) GTEST_SKIP() << small.problem();
         Mem::RootPath::baseIs(small.path());
     }
+    void TearDown() override { fileSizeIsAtMost(RLIM_INFINITY); }
     void open() { writer = TestSupport::openWriter<Shape>("a/t", TestSupport::growingTable(10)); }
     void fillTo(std::uint32_t entries) {
         for (std::uint32_t i = writer->members(); i < entries; ++i) {
@@ -40,13 +53,35 @@ struct NoSpace : testing::Test {
     TestSupport::SmallFileSystem small{root.path(), 64};
     const TableFiles files{small.path() + "/a/t"};
     std::unique_ptr<TestSupport::WriterOf<Shape>> writer;
-    const std::string reason = "fallocate: No space left on device";
+    std::string reason = "fallocate: No space left on device";
 };
 
-TEST_F(NoSpace, SlotsThatCannotGrowKeepEveryEntry) {
+/// What keeps a file from growing.
+enum class Limit {
+    fileSystem,
+    fileSize // RLIMIT_FSIZE, whose SIGXFSZ would end the process
+};
+
+struct NoSpaceToGrow : NoSpace, testing::WithParamInterface<Limit> {
+    void atLimit(const std::string& file) {
+        if (GetParam() == Limit::fileSystem) {
+            small.leaveFree(0);
+        } else {
+            reason = "fallocate: File too large";
+            fileSizeIsAtMost(std::filesystem::file_size(file));
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(By, NoSpaceToGrow, testing::Values(Limit::fileSystem, Limit::fileSize),
+                         [](const auto& limit) {
+                             return limit.param == Limit::fileSize ? "fileSize" : "fileSystem";
+                         });
+
+TEST_P(NoSpaceToGrow, SlotsThatCannotGrowKeepEveryEntry) {
     open();
     fillTo(300);
-    small.leaveFree(0);
+    atLimit(files.slots);
     const std::string raised = raisedBy<Pello::MemoryResourceException>([this] { fillTo(1000); });
     const std::uint32_t slots = writer->members(); // the table was full
     const std::uint32_t wanted = slots + (slots + 9) / 10;
@@ -62,10 +97,10 @@ TEST_F(NoSpace, SlotsThatCannotGrowKeepEveryEntry) {
     expectStoppedWith(slots);
 }
 
-TEST_F(NoSpace, BucketsThatCannotGrowKeepEveryEntry) {
+TEST_P(NoSpaceToGrow, BucketsThatCannotGrowKeepEveryEntry) {
     open();
     fillTo(512);
-    small.leaveFree(0);
+    atLimit(files.buckets);
     EXPECT_EQ(
         raisedBy<Pello::MemoryResourceException>([this] { fillTo(513); }),
         fmt::format("BucketWriter VeskCore/BucketWriter.resize failed to resize {} from 512 to "
@@ -98,7 +133,18 @@ TEST_F(NoSpace, AFirstAttachLeavesNothingBehindWhenItFails) {
         EXPECT_EQ(opening(), expected[free]);
         EXPECT_FALSE(std::filesystem::exists(small.path() + "/a"));
     }
+    // The same by the limit of the process, at the size of each file. That of `buckets` is smaller
+    // than the first file's.
+    const std::pair<rlim_t, std::string> limited[] = {
+        {8, expected[0]}, {688 + 32 * 88 - 1, noSlots}, {4095, expected[4]}};
     small.leaveFree(5);
+    for (const auto& [size, text] : limited) {
+        fileSizeIsAtMost(size);
+        const std::string tooLarge = text.substr(0, text.find("No space")) + std::strerror(EFBIG);
+        EXPECT_EQ(opening(), tooLarge);
+        EXPECT_FALSE(std::filesystem::exists(small.path() + "/a"));
+    }
+    fileSizeIsAtMost(RLIM_INFINITY);
     open();
     fillTo(1);
     writer.reset();
