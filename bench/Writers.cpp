@@ -1,6 +1,6 @@
 #include "Writers.h"
 
-#include "Rsvp/CounterTables.h"
+#include "Rsvp/Tables.h"
 #include "Vesk/VeskReader.h"
 #include "Vesk/VeskWriter.h"
 

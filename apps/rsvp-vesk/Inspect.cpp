@@ -5,7 +5,7 @@
 
 #include "Mem/RootPath.h"
 #include "Mem/WriterLock.h"
-#include "Rsvp/CounterTables.h"
+#include "Rsvp/Tables.h"
 #include "SharedMem/OwnerFile.h"
 #include "SharedMem/RavoFile.h"
 #include "Zint/PloxetAcceptSm.h"

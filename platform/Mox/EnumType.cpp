@@ -12,9 +12,9 @@ namespace Mox {
 namespace {
 
 template <class Number>
-const EnumDescriptor& descriptorOf(const MoxTypeBase& type) {
-    const EnumDescriptor* descriptor = enumDescriptor(type);
-    if (descriptor == nullptr) {
+const TypeDescriptor& descriptorOf(const MoxTypeBase& type) {
+    const TypeDescriptor* descriptor = typeDescriptor(type);
+    if (descriptor == nullptr || descriptor->kind != TypeKind::enumeration) {
         Pello::fatal(nullptr, {"EnumType", "Mox/EnumType", "descriptorOf"},
                      "no enumeration is registered as type {} of module {}", type.typeNumber,
                      type.module);
@@ -27,14 +27,14 @@ const EnumDescriptor& descriptorOf(const MoxTypeBase& type) {
     return *descriptor;
 }
 
-String nameOf(const EnumDescriptor& descriptor, std::uint32_t number) {
+String nameOf(const TypeDescriptor& descriptor, std::uint32_t number) {
     for (const Enumerator& enumerator : descriptor.enumerators) {
         if (enumerator.number == number) return String(enumerator.name);
     }
     return fmt::format("{}", number);
 }
 
-const Enumerator* find(const EnumDescriptor& descriptor, std::string_view name) {
+const Enumerator* find(const TypeDescriptor& descriptor, std::string_view name) {
     for (const Enumerator& enumerator : descriptor.enumerators) {
         if (enumerator.name == name) return &enumerator;
     }
@@ -55,7 +55,7 @@ Number EnumType<Number>::instance(std::uint32_t number, const MoxTypeBase& type)
 
 template <class Number>
 Number EnumType<Number>::instance(const String& name, const MoxTypeBase& type) {
-    const EnumDescriptor& descriptor = descriptorOf<Number>(type);
+    const TypeDescriptor& descriptor = descriptorOf<Number>(type);
     const Enumerator* enumerator = find(descriptor, name);
     if (enumerator == nullptr) {
         Pello::raise<RangeException>({"EnumType", "Mox/EnumType", "instance"},
@@ -77,7 +77,7 @@ String EnumType<Number>::valueToStrep(Number value, const MoxTypeBase& type) {
 
 template <class Number>
 Number EnumType<Number>::sequenceToValue(CharRange& range, const MoxTypeBase& type) {
-    const EnumDescriptor& descriptor = descriptorOf<Number>(type);
+    const TypeDescriptor& descriptor = descriptorOf<Number>(type);
     if (range.front() >= '0' && range.front() <= '9') return readValue<Number>(range);
     const std::string_view name = range.peekIdentifier();
     const Enumerator* enumerator = find(descriptor, name);

@@ -9,7 +9,9 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <locale>
 #include <span>
+#include <sstream>
 #include <string_view>
 #include <type_traits>
 
@@ -78,6 +80,15 @@ String _fmt(FormatDetail::Checked<std::type_identity_t<Args>...> format, const A
     const std::array<FormatDetail::Argument, sizeof...(Args)> arguments = {
         FormatDetail::Argument(args)...};
     return FormatDetail::fill(format.text(), arguments);
+}
+
+/// What the arguments, written to a stream one after the other, give in the classic locale.
+template <class... T>
+String streamed(const T&... arguments) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    (text << ... << arguments);
+    return text.str();
 }
 
 } // namespace Mox

@@ -12,9 +12,6 @@
 
 namespace Mox {
 
-/// The number of an attribute within its type.
-using AttributeId = std::uint32_t;
-
 class NotifieeList;
 
 struct VFPtrInterface {

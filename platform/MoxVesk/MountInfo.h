@@ -17,9 +17,11 @@ class MountInfo {
         Pello::String name;
         std::uint32_t size; ///< entries
         bool flag;
+
+        friend bool operator==(const CollectionInfo&, const CollectionInfo&) = default;
     };
 
-    explicit MountInfo(std::uint32_t type)
+    explicit MountInfo(std::uint32_t type = 0)
         : type_(type) {}
 
     void collectionInfoIs(const Pello::String& name, std::uint32_t size, bool flag) {
@@ -28,6 +30,8 @@ class MountInfo {
 
     std::uint32_t type() const { return type_; }
     const std::vector<CollectionInfo>& collections() const { return collections_; }
+
+    friend bool operator==(const MountInfo&, const MountInfo&) = default;
 
   private:
     std::uint32_t type_;

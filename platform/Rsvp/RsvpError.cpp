@@ -1,6 +1,9 @@
 #include "Rsvp/RsvpError.h"
 
 #include "Mox/Format.h"
+#include "Mox/GenericIf.h"
+
+#include <array>
 
 namespace Rsvp {
 
@@ -15,5 +18,15 @@ Mox::String valueToStrep(const RsvpError& error) {
     return Mox::_fmt("Value('Rsvp::RsvpError', ** {'errorCode': %u, 'errorValue': %u})",
                      error.errorCode(), error.errorValue());
 }
+
+namespace {
+
+constexpr std::array kModuleTypes = {
+    Mox::valueType<RsvpError, RsvpError>({"RsvpError", 6}, "Rsvp::RsvpError"),
+};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpError", kModuleTypes};
+const Mox::ModuleRegistration atLoad(kModule);
+
+} // namespace
 
 } // namespace Rsvp

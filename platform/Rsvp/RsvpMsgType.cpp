@@ -1,5 +1,7 @@
 #include "Rsvp/RsvpMsgType.h"
 
+#include "Mox/GenericIf.h"
+
 #include <array>
 
 namespace Rsvp {
@@ -20,10 +22,10 @@ constexpr std::array kTypes = {
     Mox::Enumerator{rsvpSrefreshMsg, "rsvpSrefreshMsg"},
     Mox::Enumerator{rsvpHelloMsg, "rsvpHelloMsg"},
 };
-constexpr std::array kEnumerations = {
-    Mox::EnumDescriptor{0, "Rsvp::RsvpMsgType", sizeof(RsvpMsgType), kTypes},
+constexpr std::array kModuleTypes = {
+    Mox::enumType<RsvpMsgType>({"RsvpMsg", 0}, "Rsvp::RsvpMsgType", kTypes),
 };
-constexpr Mox::ModuleDescriptor kModule = {"RsvpMsg", kEnumerations};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpMsg", kModuleTypes};
 
 [[maybe_unused]] const Mox::MoxTypeBase atLoad = moxType(RsvpMsgType{});
 

@@ -1,6 +1,9 @@
 #include "Rsvp/RsvpSessionId.h"
 
 #include "Mox/Format.h"
+#include "Mox/GenericIf.h"
+
+#include <array>
 
 namespace Rsvp {
 
@@ -25,5 +28,15 @@ RsvpSessionId sequenceToValue(Mox::CharRange& range, RsvpSessionId* /*selector*/
     reader.end();
     return RsvpSessionId(sessionType, destination, tunnelId, extendedTunnelId);
 }
+
+namespace {
+
+constexpr std::array kModuleTypes = {
+    Mox::valueType<RsvpSessionId, RsvpSessionId>({"RsvpSessionId", 2}, "Rsvp::RsvpSessionId"),
+};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpSessionId", kModuleTypes};
+const Mox::ModuleRegistration atLoad(kModule);
+
+} // namespace
 
 } // namespace Rsvp

@@ -1,6 +1,9 @@
 #include "Rsvp/RsvpSpBwState.h"
 
 #include "Mox/Format.h"
+#include "Mox/GenericIf.h"
+
+#include <array>
 
 namespace Rsvp {
 
@@ -12,10 +15,11 @@ constexpr std::array kAdmissions = {
     Mox::Enumerator{rsvpSpAdmittedBwAdmission, "rsvpSpAdmittedBwAdmission"},
     Mox::Enumerator{rsvpSpRejectedBwAdmission, "rsvpSpRejectedBwAdmission"},
 };
-constexpr std::array kEnumerations = {
-    Mox::EnumDescriptor{0, "Rsvp::RsvpSpBwAdmission", sizeof(RsvpSpBwAdmission), kAdmissions},
+constexpr std::array kModuleTypes = {
+    Mox::enumType<RsvpSpBwAdmission>({"RsvpBwState", 0}, "Rsvp::RsvpSpBwAdmission", kAdmissions),
+    Mox::valueType<RsvpSpBwState, RsvpSpBwState>({"RsvpBwState", 1}, "Rsvp::RsvpSpBwState"),
 };
-constexpr Mox::ModuleDescriptor kModule = {"RsvpBwState", kEnumerations};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpBwState", kModuleTypes};
 
 [[maybe_unused]] const Mox::MoxTypeBase atLoad = moxType(RsvpSpBwAdmission{});
 

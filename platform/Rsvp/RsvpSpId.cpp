@@ -1,7 +1,9 @@
 #include "Rsvp/RsvpSpId.h"
 
 #include "Mox/Format.h"
+#include "Mox/GenericIf.h"
 
+#include <array>
 #include <string_view>
 
 namespace Rsvp {
@@ -41,5 +43,15 @@ RsvpSpId sequenceToValue(Mox::CharRange& range, RsvpSpId* /*selector*/) {
     reader.end();
     return RsvpSpId(sessionId, lspId, subGroupId);
 }
+
+namespace {
+
+constexpr std::array kModuleTypes = {
+    Mox::valueType<RsvpSpId, RsvpSpId>({"RsvpSpId", 0}, "Rsvp::RsvpSpId"),
+};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpSpId", kModuleTypes};
+const Mox::ModuleRegistration atLoad(kModule);
+
+} // namespace
 
 } // namespace Rsvp

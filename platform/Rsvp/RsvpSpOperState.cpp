@@ -1,5 +1,7 @@
 #include "Rsvp/RsvpSpOperState.h"
 
+#include "Mox/GenericIf.h"
+
 #include <array>
 
 namespace Rsvp {
@@ -11,10 +13,10 @@ constexpr std::array kStates = {
     Mox::Enumerator{rsvpSpUpOperState, "rsvpSpUpOperState"},
     Mox::Enumerator{rsvpSpDownOperState, "rsvpSpDownOperState"},
 };
-constexpr std::array kEnumerations = {
-    Mox::EnumDescriptor{0, "Rsvp::RsvpSpOperState", sizeof(RsvpSpOperState), kStates},
+constexpr std::array kModuleTypes = {
+    Mox::enumType<RsvpSpOperState>({"RsvpSpOperState", 0}, "Rsvp::RsvpSpOperState", kStates),
 };
-constexpr Mox::ModuleDescriptor kModule = {"RsvpSpOperState", kEnumerations};
+constexpr Mox::ModuleDescriptor kModule = {"RsvpSpOperState", kModuleTypes};
 
 [[maybe_unused]] const Mox::MoxTypeBase atLoad = moxType(RsvpSpOperState{});
 

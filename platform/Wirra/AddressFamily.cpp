@@ -1,5 +1,7 @@
 #include "Wirra/AddressFamily.h"
 
+#include "Mox/GenericIf.h"
+
 #include <array>
 
 namespace Wirra {
@@ -11,10 +13,10 @@ constexpr std::array kFamilies = {
     Mox::Enumerator{ipv4AddressFamily, "ipv4AddressFamily"},
     Mox::Enumerator{ipv6AddressFamily, "ipv6AddressFamily"},
 };
-constexpr std::array kEnumerations = {
-    Mox::EnumDescriptor{0, "Wirra::AddressFamily", sizeof(AddressFamily), kFamilies},
+constexpr std::array kModuleTypes = {
+    Mox::enumType<AddressFamily>({"AddressFamily", 0}, "Wirra::AddressFamily", kFamilies),
 };
-constexpr Mox::ModuleDescriptor kModule = {"AddressFamily", kEnumerations};
+constexpr Mox::ModuleDescriptor kModule = {"AddressFamily", kModuleTypes};
 
 [[maybe_unused]] const Mox::MoxTypeBase atLoad = moxType(AddressFamily{});
 

@@ -1,5 +1,9 @@
 #include "Wirra/IntfId.h"
 
+#include "Mox/GenericIf.h"
+
+#include <array>
+
 #include <charconv>
 #include <string_view>
 #include <system_error>
@@ -25,5 +29,15 @@ IntfId sequenceToValue(Mox::CharRange& range, IntfId* /*selector*/) {
     range.needString(")");
     return IntfId(raw);
 }
+
+namespace {
+
+constexpr std::array kModuleTypes = {
+    Mox::valueType<IntfId, IntfId>({"IntfId", 0}, "Wirra::IntfId"),
+};
+constexpr Mox::ModuleDescriptor kModule = {"IntfId", kModuleTypes};
+const Mox::ModuleRegistration atLoad(kModule);
+
+} // namespace
 
 } // namespace Wirra

@@ -1,5 +1,9 @@
 #include "Wirra/IpGenAddr.h"
 
+#include "Mox/GenericIf.h"
+
+#include <array>
+
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -115,5 +119,15 @@ IpGenAddr sequenceToValue(Mox::CharRange& range, IpGenAddr* /*selector*/) {
     range.consume(token.size());
     return IpGenAddr(bytes, isIpv6 ? ipv6AddressFamily : ipv4AddressFamily);
 }
+
+namespace {
+
+constexpr std::array kModuleTypes = {
+    Mox::valueType<IpGenAddr, IpGenAddr>({"IpGenAddr", 0}, "Wirra::IpGenAddr"),
+};
+constexpr Mox::ModuleDescriptor kModule = {"IpGenAddr", kModuleTypes};
+const Mox::ModuleRegistration atLoad(kModule);
+
+} // namespace
 
 } // namespace Wirra

@@ -2,8 +2,6 @@
 
 #include "Mox/Format.h"
 
-#include <sstream>
-
 namespace Rsvp::Vesk {
 
 ErrorCounterKey::ErrorCounterKey(Mox::CharRange& range)
@@ -17,9 +15,7 @@ ErrorCounter::ErrorCounter(Mox::CharRange& range) {
 }
 
 Mox::String ErrorCounter::veskString() const {
-    std::ostringstream text;
-    text << '[' << key_.errorType() << ']' << count_;
-    return text.str();
+    return Mox::streamed('[', key_.errorType(), ']', count_);
 }
 
 Mox::String valueToStrep(const ErrorCounterKey& key) { return valueToStrep(key.errorType()); }

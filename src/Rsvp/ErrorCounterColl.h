@@ -2,9 +2,9 @@
 
 #include "MoxVesk/Collection.h"
 #include "MoxVesk/MountInfo.h"
-#include "Rsvp/CounterTables.h"
 #include "Rsvp/ErrorCounter.h"
 #include "Rsvp/RsvpErrorType.h"
+#include "Rsvp/Tables.h"
 
 #include <cstdint>
 

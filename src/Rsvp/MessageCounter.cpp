@@ -2,8 +2,6 @@
 
 #include "Mox/Format.h"
 
-#include <sstream>
-
 namespace Rsvp::Vesk {
 
 MessageCounterKey::MessageCounterKey(Mox::CharRange& range) {
@@ -21,9 +19,7 @@ MessageCounter::MessageCounter(Mox::CharRange& range) {
 }
 
 Mox::String MessageCounter::veskString() const {
-    std::ostringstream text;
-    text << '[' << key_.intfId() << ',' << key_.mType() << ']' << count_;
-    return text.str();
+    return Mox::streamed('[', key_.intfId(), ',', key_.mType(), ']', count_);
 }
 
 Mox::String valueToStrep(const MessageCounterKey& key) {

@@ -2,9 +2,9 @@
 
 #include "MoxVesk/Collection.h"
 #include "MoxVesk/MountInfo.h"
-#include "Rsvp/CounterTables.h"
 #include "Rsvp/MessageCounter.h"
 #include "Rsvp/RsvpMsgType.h"
+#include "Rsvp/Tables.h"
 #include "Wirra/AddressFamily.h"
 #include "Wirra/IntfId.h"
 

@@ -3,7 +3,7 @@
 #include "Environment.h"
 #include "Pello/Loop.h"
 #include "Pello/Time.h"
-#include "Rsvp/CounterTables.h"
+#include "Rsvp/Tables.h"
 #include "Vesk/VeskMap.h"
 
 #include <gmock/gmock.h>

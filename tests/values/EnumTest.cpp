@@ -35,7 +35,7 @@ void checkNumber(std::uint32_t number, const std::string& text) {
 template <class E>
 void check(const std::string& table) {
     const Mox::MoxTypeBase handle = moxType(E());
-    const Mox::EnumDescriptor* descriptor = Mox::enumDescriptor(handle);
+    const Mox::TypeDescriptor* descriptor = Mox::typeDescriptor(handle);
     ASSERT_NE(descriptor, nullptr) << table;
     EXPECT_EQ(descriptor->bytes, sizeof(E)) << table;
     auto registered = fmt::format("{} {} {}", handle.module, handle.typeNumber, descriptor->name);
@@ -88,7 +88,7 @@ TEST(Enum, NamesAndNumbersBothWays) {
     check<Wirra::AddressFamily>("AddressFamily 0 Wirra::AddressFamily 0 unknownAddressFamily "
                                 "1 ipv4AddressFamily 2 ipv6AddressFamily");
     EXPECT_THROW(Rsvp::RsvpErrorTypeInstance(256), Mox::RangeException);
-    EXPECT_EQ(Mox::enumDescriptor({"RsvpCounters", 1}), nullptr);
+    EXPECT_EQ(Mox::typeDescriptor({"RsvpCounters", 1}), nullptr);
     EXPECT_EQ(kBeforeMain, "invalidSeqNoErrorType rsvpHelloMsg");
 }
 

@@ -3,6 +3,8 @@
 #include "MoxVesk/ValWrap.h"
 #include "Rsvp/ErrorCounter.h"
 #include "Rsvp/MessageCounter.h"
+#include "Rsvp/RsvpSessionHistoryEntry.h"
+#include "Rsvp/RsvpSpHistoryEntry.h"
 #include "Vesk/VeskWriter.h"
 
 namespace Rsvp::Vesk {
@@ -16,5 +18,15 @@ using ErrorCounterWriter = ::Vesk::VeskWriter<ErrorCounterOps>;
 
 } // namespace Rsvp::Vesk
 
+namespace Rsvp {
+
+using RsvpSessionHistoryOps =
+    MoxVesk::TableOps<RsvpSessionHistoryEntry, RsvpSessionHistoryKey, false>;
+using RsvpSpHistoryOps = MoxVesk::TableOps<RsvpSpHistoryEntry, RsvpSpHistoryKey, false>;
+
+} // namespace Rsvp
+
 extern template class Vesk::VeskWriter<Rsvp::Vesk::MessageCounterOps>;
 extern template class Vesk::VeskWriter<Rsvp::Vesk::ErrorCounterOps>;
+extern template class Vesk::VeskWriter<Rsvp::RsvpSessionHistoryOps>;
+extern template class Vesk::VeskWriter<Rsvp::RsvpSpHistoryOps>;
