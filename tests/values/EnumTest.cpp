@@ -88,7 +88,7 @@ TEST(Enum, NamesAndNumbersBothWays) {
     check<Wirra::AddressFamily>("AddressFamily 0 Wirra::AddressFamily 0 unknownAddressFamily "
                                 "1 ipv4AddressFamily 2 ipv6AddressFamily");
     EXPECT_THROW(Rsvp::RsvpErrorTypeInstance(256), Mox::RangeException);
-    EXPECT_EQ(Mox::typeDescriptor({"RsvpCounters", 1}), nullptr);
+    EXPECT_EQ(Mox::typeDescriptor({"RsvpCounters", 7}), nullptr);
     EXPECT_EQ(kBeforeMain, "invalidSeqNoErrorType rsvpHelloMsg");
 }
 
@@ -105,6 +105,8 @@ TEST(Enum, WireNamesAreThoseOfTheElevenMessageTypes) {
 TEST(EnumDeathTest, MisuseOfTheRegistryIsFatal) {
     EXPECT_DEATH(Mox::EnumType<unsigned char>::stringValue(0, {"NoSuchModule", 3}),
                  "no enumeration is registered as type 3 of module NoSuchModule");
+    EXPECT_DEATH(Mox::EnumType<unsigned char>::stringValue(0, {"RsvpCounters", 1}),
+                 "no enumeration is registered as type 1 of module RsvpCounters");
     EXPECT_DEATH(Mox::EnumType<unsigned char>::stringValue(0, {"RsvpHistory", 0}),
                  "Rsvp::RsvpSessionHistoryEntryType is registered with 4 bytes, used with 1");
     static constexpr Mox::ModuleDescriptor kOther = {"RsvpCounters", {}};

@@ -4,7 +4,9 @@
 #include "Rsvp/ErrorCounter.h"
 #include "Rsvp/MessageCounter.h"
 #include "Rsvp/RsvpCliId.h"
+#include "Rsvp/RsvpSessionHistoryEntry.h"
 #include "Rsvp/RsvpSpBwState.h"
+#include "Rsvp/RsvpSpHistoryEntry.h"
 #include "Rsvp/RsvpSpId.h"
 
 #include <gtest/gtest.h>
@@ -27,7 +29,7 @@ using Wirra::IpGenAddr;
 template <class T>
 void checkImage(
     std::string wanted, T (*make)() = [] { return T(); }) {
-    alignas(8) std::array<unsigned char, 128> room;
+    alignas(8) std::array<unsigned char, 192> room;
     room.fill(0xAA);
     // Volatile, so that the filling is not taken for dead stores.
     void* volatile at = room.data();
@@ -54,6 +56,17 @@ TEST(Value, EveryByteIsDetermined) {
     checkImage<ErrorCounter>("00 000000 00000000");
     checkImage<RsvpSpId>(zeros + "00000100" + zeros.substr(0, 48));
     checkImage<RsvpCliId>("40420f00");
+    const std::string noSession = zeros.substr(0, 76) + "0000";
+    checkImage<RsvpSessionHistoryEntry>(noSession + "00000000" + "00000000" + zeros.substr(0, 16) +
+                                        "00000000 40420f00" + zeros.substr(0, 16));
+    const std::string noBwState =
+        "00000000 00010000 00000000 00000000" + zeros.substr(0, 16) + "ffffffff00000000";
+    const std::string noSpEntry = zeros + "00000100" + zeros.substr(0, 48) + "00000000" +
+                                  zeros.substr(0, 16) + "00000000" + zeros + "00000000" +
+                                  "000100000000"
+                                  "0000" +
+                                  noBwState;
+    checkImage<RsvpSpHistoryEntry>(noSpEntry);
     checkImage<RsvpSpBwState>(
         "00 000000 00010000 0000 0000 00000000 0000000000000000 ffffffff00000000");
 
@@ -218,6 +231,36 @@ TEST(Value, EveryFieldAndNothingElseCounts) {
     checkKey<P2mpSubGroupId>(kGroup);
     checkKey<RsvpSpId>(kPlainSp);
     checkKey<RsvpSpId>(kGroupSp);
+    checkKey<RsvpSessionHistoryKey>(kSession + "..xxxx");
+    checkKey<RsvpSpHistoryKey>(kPlainSp + "xxxx");
+    checkKey<RsvpSpHistoryKey>(kGroupSp + "xxxx");
+}
+
+TEST(Value, EntriesOfHistories) {
+    const RsvpSessionHistoryKey key({}, 3);
+    RsvpSessionHistoryEntry entry(key, Mox::Seconds(100), rsvpSessionMemberHistoryEntry);
+    EXPECT_EQ(entry.spCliId(), RsvpCliId(1000000));
+    EXPECT_FALSE(entry.created());
+    EXPECT_EQ(entry.veskString(), "[ type=0 dst=none tunnel=0 ext=none, 3 ] 100  "
+                                  "rsvpSessionMemberHistoryEntry");
+    const RsvpSpHistoryEntry large({spId(7, "10.0.0.1", 5, "10.0.0.2", 9), 4294967295U},
+                                   Mox::Seconds(1700000000.5), rsvpSpErrorHistoryEntry);
+    EXPECT_EQ(large.veskString(), "[ type=7 dst=10.0.0.1 tunnel=5 ext=10.0.0.2 lsp=9, 4294967295 ] "
+                                  "1.7e+09  rsvpSpErrorHistoryEntry");
+    // By time alone; what is no number is never before anything.
+    const RsvpSessionHistoryEntry later(key, Mox::Seconds(100.25), rsvpSessionUnknownEntry);
+    const RsvpSessionHistoryEntry never(key, Mox::Seconds(std::nan("")), rsvpSessionUnknownEntry);
+    EXPECT_TRUE(RsvpSessionHistoryEntry::timestampLesser(entry, later));
+    for (const auto& [left, right] :
+         {std::pair{later, entry}, {entry, entry}, {never, entry}, {entry, never}}) {
+        EXPECT_FALSE(RsvpSessionHistoryEntry::timestampLesser(left, right));
+    }
+    EXPECT_FALSE(never == never);
+    // An address differs by its family alone.
+    RsvpSpHistoryEntry other = large;
+    EXPECT_EQ(other, large);
+    other.bypassNextHopIs(IpGenAddr(Wirra::ipv4AddressFamily));
+    EXPECT_FALSE(other == large);
 }
 
 TEST(Value, CountsModulo32Bits) {
