@@ -37,25 +37,6 @@ bool waitFor(const Fronts& fronts) {
     return allReady(fronts);
 }
 
-int flushed(int code) {
-    std::cout.flush();
-    if (std::cout) return code;
-    complain("cannot write the report to standard output");
-    return exitFailed;
-}
-
-int codeOf(TableState state) {
-    switch (state) {
-    case TableState::complete:
-        break;
-    case TableState::corrupt:
-        return exitCorrupt;
-    case TableState::incomplete:
-        return exitNoTable;
-    }
-    return exitDone;
-}
-
 template <class Rows>
 void answer(bool json, const Rows& rows) {
     if (json) {
@@ -96,7 +77,27 @@ int showMessages(const ShowOptions& options, const CounterTables& tables,
     return exitDone;
 }
 
-/// Complains about what reads have met.
+} // namespace
+
+int flushed(int code) {
+    std::cout.flush();
+    if (std::cout) return code;
+    complain("cannot write the report to standard output");
+    return exitFailed;
+}
+
+int codeOf(TableState state) {
+    switch (state) {
+    case TableState::complete:
+        break;
+    case TableState::corrupt:
+        return exitCorrupt;
+    case TableState::incomplete:
+        return exitNoTable;
+    }
+    return exitDone;
+}
+
 bool sawCorruption(const Fronts& fronts) {
     bool saw = false;
     for (const Vesk::VeskMapBase* const front : fronts) {
@@ -107,8 +108,6 @@ bool sawCorruption(const Fronts& fronts) {
     }
     return saw;
 }
-
-} // namespace
 
 TableState stateOf(const Fronts& fronts) {
     constexpr double kMoment = 0.5; // seconds
@@ -152,8 +151,25 @@ void complainOfEndedWriter(const Fronts& fronts) {
     }
 }
 
+static int showHistory(const ShowOptions& options) {
+    const HistoryTables tables(Vesk::VeskType::reader);
+    const bool sessions = options.what == "sessions";
+    const Fronts fronts{sessions ? &tables.sessionFront() : &tables.pathFront()};
+    if (options.wait && !waitFor(fronts)) return exitFailed;
+    if (const int code = codeOf(stateOf(fronts)); code != exitDone) return code;
+    if (sessions) {
+        answer(options.json, rowsOf(tables.sessions(), options.history));
+    } else {
+        InterfaceNames names(Mem::RootPath::base());
+        answer(options.json, rowsOf(tables.paths(), options.history, names));
+    }
+    complainOfEndedWriter(fronts);
+    return flushed(sawCorruption(fronts) ? exitCorrupt : exitDone);
+}
+
 int runShow(const ShowOptions& options) {
     if (options.what == "tables") return flushed(showTables(options.json));
+    if (options.what == "sessions" || options.what == "paths") return showHistory(options);
     const bool messages = options.what == "messages";
     const CounterTables tables(CounterTables::Which::current, Vesk::VeskType::reader);
     const Fronts fronts = messages ? tables.messageFronts() : tables.errorFronts();

@@ -1,17 +1,19 @@
 #pragma once
 
 #include "CounterTables.h"
+#include "ShowHistory.h"
 
 #include <optional>
 #include <string>
 
 /// What `rsvp-vesk show` was asked to do.
 struct ShowOptions {
-    std::string what; ///< "messages", "errors" or "tables"
+    std::string what; ///< "messages", "errors", "sessions", "paths" or "tables"
     bool json = false;
     bool relative = false; ///< what the counts have grown by since the snapshot
     bool wait = false;     ///< for the tables to appear
     std::optional<std::string> interface;
+    HistoryFilter history;
 };
 
 /// What the fronts of tables have met; the first that holds.
@@ -23,6 +25,11 @@ enum class TableState {
 /// Gives files that are just being written a moment, and complains about what is not as it should
 /// be.
 TableState stateOf(const std::vector<Vesk::VeskMapBase*>& fronts);
+int codeOf(TableState state);
+/// Complains about what reads have met.
+bool sawCorruption(const std::vector<Vesk::VeskMapBase*>& fronts);
+/// The exit code, unless standard output could not be written.
+int flushed(int code);
 /// Complains once when a table has no living writer.
 void complainOfEndedWriter(const std::vector<Vesk::VeskMapBase*>& fronts);
 

@@ -3,6 +3,7 @@
 
 #include "Agent.h"
 #include "ExitCode.h"
+#include "Generic.h"
 #include "Inspect.h"
 #include "Show.h"
 #include "Watch.h"
@@ -70,6 +71,10 @@ int run(int argc, char** argv) {
                "      totals and rates, live\n"
                "  rsvp-vesk snapshot && sleep 60 && rsvp-vesk show errors --relative\n"
                "      the errors of a minute\n"
+               "  rsvp-vesk show paths --session 10.0.0.1\n"
+               "      what has happened to the tunnels to 10.0.0.1, the oldest first\n"
+               "  rsvp-vesk get ErrorCounterColl rxErrorCount\n"
+               "      every element of a table, by the names of its type and attribute\n"
                "  rsvp-vesk inspect mpls/rsvp/errorCounters/rxErrorCount\n"
                "      headers, owner, fill and soundness of a table\n"
                "  rsvp-vesk clean\n"
@@ -126,13 +131,38 @@ int run(int argc, char** argv) {
         showCommand("messages", "The message counters: rows as in the agent's report");
     CLI::App* const showErrors =
         showCommand("errors", "The error counters: rows as in the agent's report");
+    CLI::App* const showSessions =
+        showCommand("sessions", "What has happened to sessions, the oldest first");
+    CLI::App* const showPaths =
+        showCommand("paths", "What has happened to state paths, the oldest first");
     showCommand("tables", "Every table below the root: entries, sizes, and who writes it");
     for (CLI::App* const counters : {showMessages, showErrors}) {
         counters->add_flag("--relative", showOptions.relative,
                            "What the counts have grown by since the snapshot");
-        counters->add_flag("--wait", showOptions.wait,
-                           "Wait for the tables to appear, until SIGTERM or SIGINT");
     }
+    for (CLI::App* const published : {showMessages, showErrors, showSessions, showPaths}) {
+        published->add_flag("--wait", showOptions.wait,
+                            "Wait for the tables to appear, until SIGTERM or SIGINT");
+    }
+    for (CLI::App* const history : {showSessions, showPaths}) {
+        history
+            ->add_option("--session", showOptions.history.session,
+                         "That session alone: destination, or destination/tunnel, or "
+                         "destination/tunnel/extended tunnel")
+            ->type_name("SESSION");
+        history
+            ->add_option("--since", showOptions.history.since,
+                         "Not before that time, in seconds since 1970")
+            ->type_name("TIME");
+        history
+            ->add_option("--until", showOptions.history.until,
+                         "Not after that time, in seconds since 1970")
+            ->type_name("TIME");
+    }
+    showPaths
+        ->add_option("--sender", showOptions.history.sender,
+                     "That sender alone: address, or address/LSP ID")
+        ->type_name("SENDER");
     showMessages
         ->add_option("--interface", showOptions.interface, "The counters of that interface alone")
         ->type_name("IF");
@@ -145,6 +175,25 @@ int run(int argc, char** argv) {
     CLI::App* const snapshot = app.add_subcommand(
         "snapshot", "Copy the counters into the snapshot that --relative compares with");
     snapshot->fallthrough();
+
+    GenericOptions genericOptions;
+    const auto genericCommand = [&](const char* name, const char* what, const char* arguments) {
+        CLI::App* const command = app.add_subcommand(name, what);
+        command->fallthrough();
+        command->add_option("TYPE", genericOptions.type, "Type, such as MessageCounterColl")
+            ->required();
+        command->add_option("ATTRIBUTE", genericOptions.attribute, "Attribute of the type")
+            ->required();
+        command->add_option("ARGUMENT", genericOptions.arguments, arguments);
+        return command;
+    };
+    const CLI::App* const get =
+        genericCommand("get", "Print an attribute of any registered type",
+                       "Of a table: the text form of a key; of a value type: that of a value");
+    const CLI::App* const call =
+        genericCommand("call", "Call a method of any registered type that changes nothing",
+                       "Text forms of the arguments; a collection by the path where it is "
+                       "published; for a value type that of the value first");
 
     TableOptions tableOptions;
     const auto tableCommand = [&](const char* name, const char* what) {
@@ -175,6 +224,9 @@ int run(int argc, char** argv) {
     Mem::RootPath::baseIs(std::filesystem::absolute(root).lexically_normal().string());
     tableOptions.json = agentOptions.json;
     showOptions.json = agentOptions.json;
+    genericOptions.json = agentOptions.json;
+    if (get->parsed()) return runGet(genericOptions);
+    if (call->parsed()) return runCall(genericOptions);
     if (watch->parsed()) return runWatch(interval);
     if (show->parsed()) return runShow(showOptions);
     if (snapshot->parsed()) return runSnapshot(agentOptions.json);
