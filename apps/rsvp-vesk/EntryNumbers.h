@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -17,38 +18,35 @@ class EntryNumbers {
     explicit EntryNumbers(std::size_t limit)
         : limit_(limit) {}
 
-    /// Takes in an entry that is there already; in the order of their ages, and of one object also
-    /// in that of their numbers.
+    /// Takes in an entry that is there already; in the order of their ages.
     void resume(const Id& id, std::uint32_t number) {
-        const auto [object, isNew] = objects_.try_emplace(id, Span{number, number, 0});
-        Span& span = object->second;
-        span.next = number + 1;
-        ++span.entries;
-        ages_.push_back(&*object);
+        typename Objects::value_type& object = *objects_.try_emplace(id).first;
+        object.second.last = std::max(object.second.last, number);
+        append(object, number);
     }
 
-    /// The number of a new entry. When it is one too many, `drop(id, number)` is called for each
-    /// number that the oldest entry may have.
+    /// The number of a new entry. When that is one too many, `drop(id, number)` is called for the
+    /// oldest.
     template <class Drop>
     std::uint32_t next(const Id& id, Drop&& drop) {
         while (ages_.size() >= limit_ && !ages_.empty()) {
-            dropOldest(drop);
+            const auto [object, number] = ages_.front();
+            ages_.pop_front();
+            drop(object->first, number);
+            if (--object->second.entries == 0) objects_.erase(objects_.find(Id(object->first)));
         }
-        const auto [object, isNew] = objects_.try_emplace(id, Span{1, 1, 0});
-        Span& span = object->second;
-        ++span.entries;
-        ages_.push_back(&*object);
-        return span.next++;
+        typename Objects::value_type& object = *objects_.try_emplace(id).first;
+        append(object, ++object.second.last);
+        return object.second.last;
     }
 
     std::size_t entries() const { return ages_.size(); }
     std::size_t objects() const { return objects_.size(); }
 
   private:
-    struct Span {
-        std::uint32_t first; ///< the lowest number that is left
-        std::uint32_t next;
-        std::uint32_t entries; ///< fewer than numbers when some were missing from the start
+    struct Numbers {
+        std::uint32_t last = 0;
+        std::uint32_t entries = 0;
     };
     struct HashOf {
         std::size_t operator()(const Id& id) const {
@@ -59,22 +57,15 @@ class EntryNumbers {
             }
         }
     };
-    using Objects = std::unordered_map<Id, Span, HashOf>;
+    using Objects = std::unordered_map<Id, Numbers, HashOf>;
 
-    template <class Drop>
-    void dropOldest(Drop& drop) {
-        typename Objects::value_type& object = *ages_.front();
-        ages_.pop_front();
-        Span& span = object.second;
-        // With gaps in the numbers an entry may be dropped early, but none stays for ever.
-        const std::uint32_t last = --span.entries == 0 ? span.next : span.first + 1;
-        for (; span.first != last; ++span.first) {
-            drop(object.first, span.first);
-        }
-        if (span.entries == 0) objects_.erase(objects_.find(Id(object.first)));
+    void append(typename Objects::value_type& object, std::uint32_t number) {
+        ++object.second.entries;
+        ages_.emplace_back(&object, number);
     }
 
     std::size_t limit_;
     Objects objects_;
-    std::deque<typename Objects::value_type*> ages_; ///< one for each entry, the oldest first
+    /// Every entry, the oldest first.
+    std::deque<std::pair<typename Objects::value_type*, std::uint32_t>> ages_;
 };
