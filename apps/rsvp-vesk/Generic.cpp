@@ -29,47 +29,20 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// A value of a type that is known by its description alone.
-class Value {
-  public:
-    explicit Value(const TypeDescriptor& type)
-        : type_(type)
-        , room_(type.bytes + type.alignment) {
-        void* at = room_.data();
-        std::size_t space = room_.size();
-        value_ = std::align(type.alignment, type.bytes, at, space);
-        Mox::genericIfConstruct(type, value_, nullptr);
-    }
-    ~Value() { Mox::genericIfDestruct(type_, value_); }
-    Value(const Value&) = delete;
-    Value& operator=(const Value&) = delete;
+using Mox::AnyValue;
 
-    void* get() { return value_; }
-    void textIs(const std::string& text) { Mox::genericIfStrepToValue(type_, text, value_); }
-    std::string text() const { return Mox::genericIfStrRep(type_, value_); }
-    /// Numbers and truth values as such, all else as text.
-    Json json() const {
-        if (type_.name == "U32" || type_.name == "bool") return Json::parse(lower(text()));
-        return text();
-    }
+/// Numbers and truth values as such, all else as text.
+Json jsonOf(const AnyValue& value) {
+    std::string text = value.text();
+    if (value.type().name == "bool") return text == "True";
+    return value.type().name == "U32" ? Json::parse(text) : Json(text);
+}
 
-  private:
-    static std::string lower(std::string text) {
-        std::transform(text.begin(), text.end(), text.begin(),
-                       [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-        return text;
-    }
-
-    const TypeDescriptor& type_;
-    std::vector<std::byte> room_;
-    void* value_ = nullptr;
-};
-
-void answer(bool json, const std::vector<std::unique_ptr<Value>>& values) {
+void answer(bool json, const std::vector<std::unique_ptr<AnyValue>>& values) {
     Json list = Json::array();
     for (const auto& value : values) {
         if (json) {
-            list.push_back(value->json());
+            list.push_back(jsonOf(*value));
         } else {
             std::cout << value->text() << '\n';
         }
@@ -77,9 +50,9 @@ void answer(bool json, const std::vector<std::unique_ptr<Value>>& values) {
     if (json) print(std::cout, list);
 }
 
-void answer(bool json, const Value& value) {
+void answer(bool json, const AnyValue& value) {
     if (json) {
-        print(std::cout, value.json());
+        print(std::cout, jsonOf(value));
     } else {
         std::cout << value.text() << '\n';
     }
@@ -191,7 +164,7 @@ class Instance {
         if (arguments.empty()) {
             throw UsageError(fmt::format("a value of {} is missing", named.type().name));
         }
-        value_ = std::make_unique<Value>(named.type());
+        value_ = std::make_unique<AnyValue>(named.type());
         value_->textIs(arguments.front());
         arguments.erase(arguments.begin());
     }
@@ -207,7 +180,7 @@ class Instance {
     }
 
   private:
-    std::unique_ptr<Value> value_;
+    std::unique_ptr<AnyValue> value_;
     std::unique_ptr<Published> published_;
     TableState state_ = TableState::complete;
 };
@@ -238,7 +211,7 @@ class Arguments {
                 pointers_.push_back(&entities_.back()->reference());
                 continue;
             }
-            values_.push_back(std::make_unique<Value>(type));
+            values_.push_back(std::make_unique<AnyValue>(type));
             try {
                 values_.back()->textIs(texts[i]);
             } catch (const Mox::RangeException& e) {
@@ -252,7 +225,7 @@ class Arguments {
     TableState state() const { return state_; }
 
   private:
-    std::vector<std::unique_ptr<Value>> values_;
+    std::vector<std::unique_ptr<AnyValue>> values_;
     std::vector<std::unique_ptr<Published>> entities_;
     std::vector<void*> pointers_;
     TableState state_ = TableState::complete;
@@ -269,18 +242,18 @@ int getTable(const Named& named, const GenericOptions& options, const Instance& 
             complain(fmt::format("no element {} in {}", options.arguments[0], options.attribute));
             return exitFailed;
         }
-        Value value(element);
+        AnyValue value(element);
         named.operate(value.get(), instance.get(), named.attribute(), Mox::opRead, arguments.get());
         answer(options.json, value);
         return exitDone;
     }
-    std::vector<std::unique_ptr<Value>> values;
+    std::vector<std::unique_ptr<AnyValue>> values;
     const Mox::IteratorOps* ops = nullptr;
     void* const each =
         Mox::genericIfIterator(named.type(), instance.get(), nullptr,
                                {named.type().handle, named.attribute().number}, &ops);
     for (; ops->iterNonnull(each); ops->iterInc(each)) {
-        values.push_back(std::make_unique<Value>(element));
+        values.push_back(std::make_unique<AnyValue>(element));
         ops->iterObj(each, values.back()->get());
     }
     ops->iterDel(each);
@@ -318,7 +291,7 @@ int get(const GenericOptions& given) {
         }
         return exitDone;
     }
-    Value value(type);
+    AnyValue value(type);
     named.operate(value.get(), instance.get(), named.attribute(), Mox::opRead);
     answer(options.json, value);
     return exitDone;
@@ -342,7 +315,7 @@ int call(const GenericOptions& given) {
     if (instance.state() != TableState::complete) return codeOf(instance.state());
     const Arguments arguments(named, attribute.parameters, options.arguments);
     if (arguments.state() != TableState::complete) return codeOf(arguments.state());
-    Value result(named.referred(attribute.type));
+    AnyValue result(named.referred(attribute.type));
     named.operate(result.get(), instance.get(), attribute, Mox::opCall, arguments.get());
     answer(options.json, result);
     return instance.code();

@@ -29,7 +29,9 @@ void genericIfConstruct(const TypeDescriptor& type, void* dst, const void* from)
     valueFunctions(type).construct(dst, from);
 }
 
-void genericIfDestruct(const TypeDescriptor& type, void* value) { valueFunctions(type).destruct(value); }
+void genericIfDestruct(const TypeDescriptor& type, void* value) {
+    valueFunctions(type).destruct(value);
+}
 
 std::uint32_t genericIfHash(const TypeDescriptor& type, const void* value) {
     return valueFunctions(type).hash(type, value);
@@ -83,6 +85,15 @@ Ptr<PtrInterface> newEntityForDir(const TypeDescriptor& type, const String& name
     }
     if (args != nullptr) throwNewEntityArgsException(type.handle);
     return type.functions->newEntity(name);
+}
+
+AnyValue::AnyValue(const TypeDescriptor& type, const void* from)
+    : type_(type) {
+    std::size_t space = std::size_t{type.bytes} + type.alignment;
+    room_ = std::make_unique<std::byte[]>(space);
+    void* at = room_.get();
+    value_ = std::align(type.alignment, type.bytes, at, space);
+    genericIfConstruct(type, value_, from);
 }
 
 void throwNewEntityArgsException(const MoxTypeBase& type) {

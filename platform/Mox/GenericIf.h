@@ -21,6 +21,7 @@
 #include "Pello/TypeName.h"
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <tuple>
@@ -92,6 +93,27 @@ void* genericIfIterator(const TypeDescriptor& type, const void* instance, const 
 /// An entity of that name with its notifications on. Throws `NewEntityArgsException` when there are
 /// arguments, and `TypeException` for a type that makes no entities.
 Ptr<PtrInterface> newEntityForDir(const TypeDescriptor& type, const String& name, void* args);
+
+/// A value of a value type or an enumeration, for those who know the type by its description alone.
+class AnyValue {
+  public:
+    /// A copy of `from`, or the default value.
+    explicit AnyValue(const TypeDescriptor& type, const void* from = nullptr);
+    ~AnyValue() { genericIfDestruct(type_, value_); }
+    AnyValue(const AnyValue&) = delete;
+    AnyValue& operator=(const AnyValue&) = delete;
+
+    const TypeDescriptor& type() const { return type_; }
+    void* get() const { return value_; }
+    String text() const { return genericIfStrRep(type_, value_); }
+    /// Throws `RangeException`.
+    void textIs(const String& text) { genericIfStrepToValue(type_, text, value_); }
+
+  private:
+    const TypeDescriptor& type_;
+    std::unique_ptr<std::byte[]> room_;
+    void* value_;
+};
 
 [[noreturn]] void throwNewEntityArgsException(const MoxTypeBase& type);
 

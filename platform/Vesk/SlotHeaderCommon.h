@@ -132,21 +132,21 @@ class SlotHeaderCommon {
     std::uint32_t tableSize_;
     std::uint32_t flags_;
     std::uint32_t pageSize_;
-    std::uint32_t pad36_;
+    [[maybe_unused]] std::uint32_t pad36_;
     std::uint64_t creationTime_;
     std::uint64_t typeName_[kTypeNameBytes / 8];
-    std::uint64_t pad176_[46];
-    std::uint32_t pad544_;
+    [[maybe_unused]] std::uint64_t pad176_[46];
+    [[maybe_unused]] std::uint32_t pad544_;
     std::uint32_t runtimeWord_; // the runtime flags in the high half
-    std::uint32_t pad552_;
+    [[maybe_unused]] std::uint32_t pad552_;
     std::uint32_t occupiedSlots_;
     std::uint32_t freeHead_;
     std::uint32_t highWaterNumSlots_;
     std::uint32_t hashSeed_;
-    std::uint32_t pad572_;
+    [[maybe_unused]] std::uint32_t pad572_;
     std::uint64_t numSlots_;
     std::uint32_t highWaterOccupancy_;
-    std::uint32_t pad588_;
+    [[maybe_unused]] std::uint32_t pad588_;
     std::uint64_t scratchpad_;
 
     friend struct SlotHeaderLayout;

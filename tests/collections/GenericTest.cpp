@@ -16,6 +16,7 @@ namespace {
 
 using namespace Rsvp;
 using namespace Rsvp::Vesk;
+using Mox::AnyValue;
 using Mox::MoxAttrBase;
 using Mox::Ptr;
 using Mox::PtrInterface;
@@ -205,35 +206,6 @@ TEST(Registry, EveryNamedTypeIsThere) {
     EXPECT_EQ(Mox::typeNamed(""), nullptr);
 }
 
-/// A value of a type that is known by its description alone.
-class Box {
-  public:
-    explicit Box(const TypeDescriptor& type, const void* from = nullptr)
-        : type_(type)
-        , room_(type.bytes + 16) {
-        void* at = room_.data();
-        std::size_t space = room_.size();
-        value_ = std::align(type.alignment, type.bytes, at, space);
-        Mox::genericIfConstruct(type, value_, from);
-    }
-    explicit Box(const char* type, const std::string& text = "")
-        : Box(*Mox::typeNamed(type)) {
-        if (!text.empty()) Mox::genericIfStrepToValue(type_, text, value_);
-    }
-    ~Box() { Mox::genericIfDestruct(type_, value_); }
-    Box(const Box&) = delete;
-    Box& operator=(const Box&) = delete;
-
-    const TypeDescriptor& type() const { return type_; }
-    void* get() const { return value_; }
-    std::string text() const { return Mox::genericIfStrRep(type_, value_); }
-
-  private:
-    const TypeDescriptor& type_;
-    std::vector<std::byte> room_;
-    void* value_ = nullptr;
-};
-
 unsigned operate(const TypeDescriptor& type, void* out, void* instance, Mox::AttributeId attribute,
                  unsigned op, std::vector<void*> args = {}) {
     const MoxAttrBase handle{type.handle, attribute};
@@ -269,12 +241,13 @@ TEST(GenericValues, DoWhatTheirTypesDo) {
     values.emplace_back(Mox::typeNamed("RsvpSessionHistoryEntry"), valueToStrep(session));
     values.emplace_back(Mox::typeNamed("RsvpSessionHistoryKey"), valueToStrep(session.key()));
     for (const auto& [type, text] : values) {
-        const Box byDefault(*type);
-        const Box value(*type);
+        const AnyValue byDefault(*type);
+        const AnyValue value(*type);
         Mox::genericIfStrepToValue(*type, text, value.get());
-        const Box copy(*type, value.get());
+        const AnyValue copy(*type, value.get());
         EXPECT_EQ(copy.text(), text);
-        const auto whole = [&type = *type](unsigned op, const Box& left, const Box& right) {
+        const auto whole = [&type = *type](unsigned op, const AnyValue& left,
+                                           const AnyValue& right) {
             bool result = false;
             const unsigned code = Mox::genericIfAttributeOp(type, &result, left.get(), nullptr, op,
                                                             right.get(), nullptr);
@@ -296,13 +269,13 @@ TEST(GenericValues, DoWhatTheirTypesDo) {
         }
         // Made of its constructor's parameters and written attribute by attribute, it is the same.
         const Mox::ModuleDescriptor& module = *Mox::moduleNamed(type->handle.module);
-        const Box again(*type);
-        std::vector<std::unique_ptr<Box>> parts;
+        const AnyValue again(*type);
+        std::vector<std::unique_ptr<AnyValue>> parts;
         std::vector<void*> args;
         for (std::size_t i = 0; i < type->constructorParameters.size(); ++i) {
             const Mox::AttributeDescriptor& attribute = type->attributes[i];
             EXPECT_EQ(attribute.name, type->constructorParameters[i].name);
-            parts.push_back(std::make_unique<Box>(*Mox::typeIn(module, attribute.type)));
+            parts.push_back(std::make_unique<AnyValue>(*Mox::typeIn(module, attribute.type)));
             args.push_back(parts.back()->get());
             EXPECT_EQ(operate(*type, args.back(), value.get(), attribute.number, 0), 0U);
         }
@@ -313,7 +286,7 @@ TEST(GenericValues, DoWhatTheirTypesDo) {
                 EXPECT_EQ(operate(*type, nullptr, value.get(), attribute.number, 0), 1U);
                 continue;
             }
-            const Box part(*Mox::typeIn(module, attribute.type));
+            const AnyValue part(*Mox::typeIn(module, attribute.type));
             EXPECT_EQ(operate(*type, part.get(), value.get(), attribute.number, 0), 0U);
             const bool settable = attribute.kind == Mox::AttributeKind::settable;
             EXPECT_EQ(operate(*type, nullptr, again.get(), attribute.number, 1, {part.get()}),
@@ -344,12 +317,14 @@ TEST(GenericValues, DoWhatTheirTypesDo) {
 }
 
 TEST(GenericEnums, AreReadAndWrittenByName) {
-    const Box type("RsvpErrorType", "arpErrorType");
+    AnyValue type(*Mox::typeNamed("RsvpErrorType"));
+    type.textIs("arpErrorType");
     EXPECT_EQ(*static_cast<const std::uint8_t*>(type.get()), 4);
-    const Box entry("RsvpSpHistoryEntryType", "77");
-    EXPECT_EQ(entry.text(), "77");
-    EXPECT_THROW(Box("RsvpErrorType", "arpErrorTypes"), Mox::RangeException);
+    EXPECT_THROW(type.textIs("arpErrorTypes"), Mox::RangeException);
     EXPECT_NE(Mox::genericIfHash(type.type(), type.get()), 4U);
+    AnyValue entry(*Mox::typeNamed("RsvpSpHistoryEntryType"));
+    entry.textIs("77");
+    EXPECT_EQ(entry.text(), "77");
 }
 
 TEST(GenericEntities, AreMadeByName) {
