@@ -25,7 +25,6 @@ std::uint64_t realPageSize() {
     return size;
 }
 
-
 void adviseDump(std::byte* base, std::uint64_t size, bool dumped) {
     if (base != nullptr) madvise(base, size, dumped ? MADV_DODUMP : MADV_DONTDUMP);
 }
