@@ -1,7 +1,9 @@
 // Any frames of one capture, one after the other. The input: an octet for the link type, then for
-// each frame two octets for its length, one for what the capture cut off, and its octets.
+// each frame two octets for its length, one for what the capture cut off, and its octets. What is
+// sound is followed, too.
 
 #include "Checked.h"
+#include "Followed.h"
 
 #include <algorithm>
 #include <vector>
@@ -9,7 +11,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;
     Packets::FrameDecoder decoder(Fuzz::keys());
-    Fuzz::Checked sink;
+    Fuzz::Followed sink;
     Packets::CaptureRecord record;
     constexpr unsigned kLinkTypes = static_cast<unsigned>(Packets::LinkType::unknown) + 1;
     record.linkType = static_cast<Packets::LinkType>(data[0] % kLinkTypes);
@@ -22,8 +24,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                                rest.begin() + 3 + std::ptrdiff_t(length));
         record.frame = {.captured = octets, .wireLength = length + rest[2]};
         record.timestamp += 1'000'000'000;
+        sink.timeIs(record.timestamp);
         sink.outcomeIs(decoder.decode(record, sink));
         rest = rest.subspan(3 + length);
     }
+    sink.end();
     return 0;
 }

@@ -62,6 +62,7 @@ struct Verdict {
     Family family = Family::ipv4; ///< of the IP header that carried it
     std::uint8_t type = 0;        ///< on the wire, known or not; 0 when the header is incomplete
     Defect defect = Defect::none;
+    Bytes message; ///< from its header to its last object; empty when it has a defect
 };
 
 /// The judgement of one message, apart from the packet that carried it.
@@ -87,8 +88,15 @@ struct Judgement {
 /// has a defect. Allocates nothing; every turn of the loop consumes at least 8 bytes.
 template <typename OnVerdict>
 bool judgePayload(Family family, Bytes payload, const IntegrityKeys& keys, OnVerdict&& onVerdict) {
+    const auto tell = [&](const Judgement& judgement, Bytes bytes) {
+        const bool sound = judgement.defect == Defect::none;
+        onVerdict(Verdict{.family = family,
+                          .type = judgement.type,
+                          .defect = judgement.defect,
+                          .message = sound ? bytes.first(judgement.extent) : Bytes()});
+    };
     const Judgement outer = judgeMessage(payload, keys);
-    onVerdict(Verdict{.family = family, .type = outer.type, .defect = outer.defect});
+    tell(outer, payload);
     if (outer.defect != Defect::none) return false;
     if (outer.type != static_cast<std::uint8_t>(MessageType::bundle)) return true;
 
@@ -96,7 +104,7 @@ bool judgePayload(Family family, Bytes payload, const IntegrityKeys& keys, OnVer
     Bytes rest = bundleBody(payload.first(outer.extent));
     while (!rest.empty()) {
         const Judgement inner = judgeBundled(rest, keys);
-        onVerdict(Verdict{.family = family, .type = inner.type, .defect = inner.defect});
+        tell(inner, rest);
         sound = sound && inner.defect == Defect::none;
         if (inner.extent == 0) break;
         rest = rest.subspan(inner.extent);
