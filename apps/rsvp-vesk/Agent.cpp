@@ -2,6 +2,7 @@
 
 #include "CounterTables.h"
 #include "ExitCode.h"
+#include "HistoryTables.h"
 #include "InterfaceMap.h"
 #include "Progress.h"
 #include "Report.h"
@@ -14,9 +15,12 @@
 #include "packets/InputError.h"
 #include "packets/Integrity.h"
 #include "packets/LocalAddress.h"
+#include "state/Follower.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -58,40 +62,52 @@ Network networkOf(const AgentOptions& options) {
     return network;
 }
 
-/// Counts the messages of one frame after the other.
-class Counter {
+Wirra::AddressFamily familyOf(Packets::Family family) {
+    return family == Packets::Family::ipv4 ? Wirra::ipv4AddressFamily : Wirra::ipv6AddressFamily;
+}
+
+/// Counts the messages of one frame after the other, and follows the state that they tell.
+class Listener {
   public:
-    Counter(CounterTables& tables, std::span<const Packets::LocalAddress> locals)
+    Listener(CounterTables& tables, State::Follower& follower,
+             std::span<const Packets::LocalAddress> locals)
         : tables_(tables)
+        , follower_(follower)
         , locals_(locals) {}
 
-    /// The interface of the frames that follow.
-    void interfaceIs(const Wirra::IntfId& interface) { interface_ = interface; }
+    /// Of the frame that follows.
+    void frameIs(const Wirra::IntfId& interface, std::int64_t time) {
+        seen_.interface = interface;
+        seen_.time = time;
+    }
 
     void packet(const Packets::FrameSource& source) {
-        direction_ = Packets::directionOf(source, locals_) == Packets::Direction::sent
-                         ? Direction::tx
-                         : Direction::rx;
+        seen_.sent = Packets::directionOf(source, locals_) == Packets::Direction::sent;
+        std::array<std::uint8_t, 16> address{};
+        const std::size_t size = source.family == Packets::Family::ipv4 ? 4 : address.size();
+        std::copy_n(source.address, size, address.begin());
+        seen_.source = Wirra::IpGenAddr(address, familyOf(source.family));
     }
 
     void verdict(const Packets::Verdict& verdict) {
-        const Wirra::AddressFamily family = verdict.family == Packets::Family::ipv4
-                                                ? Wirra::ipv4AddressFamily
-                                                : Wirra::ipv6AddressFamily;
+        const Direction direction = seen_.sent ? Direction::tx : Direction::rx;
+        const Wirra::AddressFamily family = familyOf(verdict.family);
         if (verdict.defect == Packets::Defect::none) {
-            tables_.countMessage(interface_, direction_, family,
+            tables_.countMessage(seen_.interface, direction, family,
                                  static_cast<Rsvp::RsvpMsgType>(verdict.type));
+            seen_.message = verdict.message;
+            follower_.message(seen_);
         } else {
-            tables_.countMessage(interface_, direction_, family, Rsvp::rsvpNoneMsg);
-            tables_.countError(direction_, errorTypeOf(verdict.defect));
+            tables_.countMessage(seen_.interface, direction, family, Rsvp::rsvpNoneMsg);
+            tables_.countError(direction, errorTypeOf(verdict.defect));
         }
     }
 
   private:
     CounterTables& tables_;
+    State::Follower& follower_;
     std::span<const Packets::LocalAddress> locals_;
-    Wirra::IntfId interface_;
-    Direction direction_ = Direction::rx;
+    State::Observed seen_;
 };
 
 void countFrame(FrameCounts& frames, Packets::Outcome outcome) {
@@ -172,18 +188,33 @@ class CaptureInterfaces {
 };
 
 void countCapture(Packets::CaptureFile& capture, const Packets::IntegrityKeys& keys,
-                  InterfaceMap& map, Counter& counter, FrameCounts& frames, StopSignal& stop) {
+                  InterfaceMap& map, Listener& listener, FrameCounts& frames, StopSignal& stop) {
     constexpr std::uint64_t kFramesBetweenLooks = 256;
     Packets::FrameDecoder decoder(keys);
     CaptureInterfaces interfaces(capture, map);
     Progress progress(capture);
     Packets::CaptureRecord record;
     while (capture.next(record)) {
-        counter.interfaceIs(interfaces.idOf(record));
-        countFrame(frames, decoder.decode(record, counter));
+        listener.frameIs(interfaces.idOf(record), record.timestamp);
+        countFrame(frames, decoder.decode(record, listener));
         if (frames.frames % kFramesBetweenLooks != 0) continue;
         progress.framesAre(frames.frames);
         if (stop.requested()) break;
+    }
+}
+
+void complainOfRefused(const State::Follower& follower) {
+    constexpr State::Follower::Limits limits;
+    if (follower.refusedSessions() != 0) {
+        complain(
+            fmt::format("no room for more than {} sessions at a time: {} messages with new ones "
+                        "are not in the history",
+                        limits.sessions, follower.refusedSessions()));
+    }
+    if (follower.refusedPaths() != 0) {
+        complain(fmt::format("no room for more than {} paths at a time: {} messages with new ones "
+                             "are not in the history",
+                             limits.paths, follower.refusedPaths()));
     }
 }
 
@@ -212,22 +243,25 @@ int runAgent(const AgentOptions& options) {
     try {
         InterfaceMap interfaces(Mem::RootPath::base());
         CounterTables tables(CounterTables::Which::current, Vesk::VeskType::writer, options.fresh);
-        Counter counter(tables, network.locals);
+        HistoryTables history(Vesk::VeskType::writer, options.fresh);
+        State::Follower follower(history);
+        Listener listener(tables, follower, network.locals);
         FrameCounts frames;
         for (; capture && !stop.requested(); capture = captures.next()) {
             try {
-                countCapture(*capture, network.keys, interfaces, counter, frames, stop);
+                countCapture(*capture, network.keys, interfaces, listener, frames, stop);
             } catch (const Packets::InputError& e) {
                 captures.complainOf(e);
             }
         }
         if (captures.failed()) code = exitFailed;
+        complainOfRefused(follower);
         if (options.stay) stop.wait();
         InterfaceNames names(Mem::RootPath::base());
         if (options.json) {
             reportJson(std::cout, tables, names, frames);
         } else {
-            reportText(std::cout, tables, names, frames);
+            reportText(std::cout, tables, history, names, frames);
         }
         std::cout.flush();
         if (!std::cout) {

@@ -96,6 +96,6 @@ std::vector<RsvpSpHistoryEntry> HistoryTables::paths() const {
     return entriesOf<RsvpSpHistoryEntry>(paths_->spHistoryMap());
 }
 
-Vesk::VeskMapBase& HistoryTables::sessionFront() const { return sessions_->sessionHistoryMap(); }
-
-Vesk::VeskMapBase& HistoryTables::pathFront() const { return paths_->spHistoryMap(); }
+std::vector<Vesk::VeskMapBase*> HistoryTables::fronts() const {
+    return {&sessions_->sessionHistoryMap(), &paths_->spHistoryMap()};
+}

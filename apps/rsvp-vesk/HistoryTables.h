@@ -7,6 +7,7 @@
 #include "Rsvp/RsvpSpHistory.h"
 #include "state/Events.h"
 
+#include <cstdint>
 #include <vector>
 
 /// The collections of what has happened to sessions and state paths, mounted below the base of all
@@ -27,8 +28,11 @@ class HistoryTables final : public State::Sink {
     std::vector<Rsvp::RsvpSessionHistoryEntry> sessions() const;
     std::vector<Rsvp::RsvpSpHistoryEntry> paths() const;
 
-    Vesk::VeskMapBase& sessionFront() const;
-    Vesk::VeskMapBase& pathFront() const;
+    std::uint32_t sessionEntries() const { return sessions_->sessionHistoryMap().members(); }
+    std::uint32_t pathEntries() const { return paths_->spHistoryMap().members(); }
+
+    /// The tables of sessions and of paths.
+    std::vector<Vesk::VeskMapBase*> fronts() const;
 
   private:
     MoxVesk::Mounter mounter_;

@@ -5,6 +5,7 @@
 
 #include "Mem/RootPath.h"
 #include "Mem/WriterLock.h"
+#include "Pello/TypeName.h"
 #include "Rsvp/Tables.h"
 #include "SharedMem/OwnerFile.h"
 #include "SharedMem/RavoFile.h"
@@ -88,11 +89,15 @@ std::string look(const std::string& table, Json& facts) {
     if (!buckets) return "the file buckets is missing";
     const std::string type = typeNameOf(*slots);
     facts["type"] = type;
-    if (type == "Rsvp::Vesk::MessageCounter") {
-        return examine<Rsvp::Vesk::MessageCounterOps>(table, *slots, *buckets, id, facts);
-    }
-    if (type == "Rsvp::Vesk::ErrorCounter") {
-        return examine<Rsvp::Vesk::ErrorCounterOps>(table, *slots, *buckets, id, facts);
+    std::string verdict;
+    const auto isOf = [&]<class Ops>(Ops) {
+        if (type != Pello::typeName<typename Ops::Value::FrameworkValue>()) return false;
+        verdict = examine<Ops>(table, *slots, *buckets, id, facts);
+        return true;
+    };
+    if (isOf(Rsvp::Vesk::MessageCounterOps()) || isOf(Rsvp::Vesk::ErrorCounterOps()) ||
+        isOf(Rsvp::RsvpSessionHistoryOps()) || isOf(Rsvp::RsvpSpHistoryOps())) {
+        return verdict;
     }
     return "unknown type of values \"" + type + "\"";
 }

@@ -111,15 +111,17 @@ void reportJson(std::ostream& out, const CounterTables& tables, InterfaceNames& 
                                       {"cut", frames.cut}});
 }
 
-void reportText(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
-                const FrameCounts& frames) {
+void reportText(std::ostream& out, const CounterTables& tables, const HistoryTables& history,
+                InterfaceNames& names, const FrameCounts& frames) {
     print(out, namedRows(tables.messages(), names));
     out << '\n';
     print(out, namedRows(tables.errors()));
     fmt::print(out, "\nframes {}: {} with RSVP, {} ignored, {} cut short by the capture\n",
                frames.frames, frames.rsvp, frames.ignored, frames.cut);
+    fmt::print(out, "history: {} entries of sessions, {} of paths\n", history.sessionEntries(),
+               history.pathEntries());
     fmt::print(out, "\nTables below {}:\n", Mem::RootPath::base());
-    for (const auto& fronts : {tables.messageFronts(), tables.errorFronts()}) {
+    for (const auto& fronts : {tables.messageFronts(), tables.errorFronts(), history.fronts()}) {
         for (const Vesk::VeskMapBase* const front : fronts) {
             fmt::print(out, "  {}\n", front->rootPath().dirName());
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CounterTables.h"
+#include "HistoryTables.h"
 #include "InterfaceMap.h"
 
 #include <nlohmann/json.hpp>
@@ -48,9 +49,9 @@ void print(std::ostream& out, const std::vector<NamedErrorRow>& rows);
 /// One JSON value with a line end; octets that are no UTF-8 are replaced.
 void print(std::ostream& out, const nlohmann::ordered_json& document);
 
-/// Prints what the tables hold, read back from shared memory, with the frames of this run: one JSON
-/// object, or tables for people followed by where the files are.
+/// Prints what the counters hold, read back from shared memory, with the frames of this run: one
+/// JSON object, or tables for people followed by where the files are.
 void reportJson(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
                 const FrameCounts& frames);
-void reportText(std::ostream& out, const CounterTables& tables, InterfaceNames& names,
-                const FrameCounts& frames);
+void reportText(std::ostream& out, const CounterTables& tables, const HistoryTables& history,
+                InterfaceNames& names, const FrameCounts& frames);

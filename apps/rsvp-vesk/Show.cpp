@@ -154,7 +154,7 @@ void complainOfEndedWriter(const Fronts& fronts) {
 static int showHistory(const ShowOptions& options) {
     const HistoryTables tables(Vesk::VeskType::reader);
     const bool sessions = options.what == "sessions";
-    const Fronts fronts{sessions ? &tables.sessionFront() : &tables.pathFront()};
+    const Fronts fronts{tables.fronts()[sessions ? 0 : 1]};
     if (options.wait && !waitFor(fronts)) return exitFailed;
     if (const int code = codeOf(stateOf(fronts)); code != exitDone) return code;
     if (sessions) {

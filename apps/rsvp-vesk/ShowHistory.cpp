@@ -26,27 +26,42 @@ bool isPointToMultipoint(const Rsvp::RsvpSessionId& session) {
     return session.sessionType() == 13 || session.sessionType() == 14; // RFC 4875
 }
 
-std::string nameOf(const Rsvp::RsvpSessionId& session) {
-    if (isPlain(session)) {
-        return fmt::format("{}/{}/{}", session.destination().stringValue(),
-                           numberOf(session.extendedTunnelId()), session.tunnelId());
-    }
-    const std::string destination = isPointToMultipoint(session)
-                                        ? fmt::format("p2mp:{}", numberOf(session.destination()))
+// Of sessions of RFC 2205 the protocol is in the place of the extended tunnel ID and the port in
+// that of the tunnel ID; the ID of a point-to-multipoint session is in the place of the
+// destination.
+std::string destinationOf(const Rsvp::RsvpSessionId& session) {
+    return isPointToMultipoint(session) ? fmt::format("p2mp:{}", numberOf(session.destination()))
                                         : std::string(session.destination().stringValue());
-    return fmt::format("{}/{}/{}", destination, session.tunnelId(),
-                       session.extendedTunnelId().stringValue());
+}
+std::string extendedTunnelOf(const Rsvp::RsvpSessionId& session) {
+    return isPlain(session) ? fmt::format("{}", numberOf(session.extendedTunnelId()))
+                            : std::string(session.extendedTunnelId().stringValue());
+}
+
+std::string nameOf(const Rsvp::RsvpSessionId& session) {
+    const std::string destination = destinationOf(session);
+    const std::string extended = extendedTunnelOf(session);
+    return isPlain(session) ? fmt::format("{}/{}/{}", destination, extended, session.tunnelId())
+                            : fmt::format("{}/{}/{}", destination, session.tunnelId(), extended);
+}
+
+/// A path whose sub-group has number 0 names its sender's address there.
+bool namesSender(const Rsvp::RsvpSpId& path) {
+    return path.subGroupId() != nullptr && path.subGroupId()->subGroup() == 0;
 }
 
 /// The address of a sender: its own, where the path names it, else that of the tunnel's head.
+std::string addressOf(const Rsvp::RsvpSpId& path) {
+    return (namesSender(path) ? path.subGroupId()->originator()
+                              : path.sessionId().extendedTunnelId())
+        .stringValue();
+}
+
 std::string senderOf(const Rsvp::RsvpSpId& path) {
-    const Rsvp::P2mpSubGroupId* const group = path.subGroupId();
-    const bool isOwn = group != nullptr && group->subGroup() == 0;
-    const Wirra::IpGenAddr& address =
-        isOwn ? group->originator() : path.sessionId().extendedTunnelId();
-    std::string text = fmt::format("{}/{}", address.stringValue(), path.lspId());
-    if (group != nullptr && !isOwn) {
-        text += fmt::format("/{}/{}", group->originator().stringValue(), group->subGroup());
+    std::string text = fmt::format("{}/{}", addressOf(path), path.lspId());
+    if (path.subGroupId() != nullptr && !namesSender(path)) {
+        text += fmt::format("/{}/{}", path.subGroupId()->originator().stringValue(),
+                            path.subGroupId()->subGroup());
     }
     return text;
 }
@@ -145,6 +160,19 @@ Json jsonOf(const Wirra::IpGenAddr& address) {
     return std::string(address.stringValue());
 }
 
+Json jsonOf(const Rsvp::RsvpError& error) {
+    if (error == Rsvp::RsvpError()) return nullptr;
+    return {{"errorCode", error.errorCode()}, {"errorValue", error.errorValue()}};
+}
+
+Json jsonOf(const std::string& name, const Rsvp::RsvpSessionId& session) {
+    return {{"session", name},
+            {"sessionType", session.sessionType()},
+            {"destination", destinationOf(session)},
+            {"tunnelId", session.tunnelId()},
+            {"extendedTunnelId", extendedTunnelOf(session)}};
+}
+
 } // namespace
 
 std::vector<SessionRow> rowsOf(const std::vector<Rsvp::RsvpSessionHistoryEntry>& entries,
@@ -176,14 +204,12 @@ std::vector<PathRow> rowsOf(const std::vector<Rsvp::RsvpSpHistoryEntry>& entries
 nlohmann::ordered_json jsonOf(const std::vector<SessionRow>& rows) {
     Json list = Json::array();
     for (const SessionRow& row : rows) {
-        Json object{{"time", row.entry.timestamp().value()},
-                    {"session", row.session},
-                    {"sessionType", row.entry.key().sessionId().sessionType()},
-                    {"entry", row.entry.key().entryId()},
-                    {"event", Rsvp::stringValue(row.entry.entryType())},
-                    {"path", nullptr},
-                    {"created", row.entry.created()}};
-        if (row.entry.spCliId() != Rsvp::RsvpCliId()) object["path"] = row.entry.spCliId().value();
+        Json object = jsonOf(row.session, row.entry.key().sessionId());
+        object["entryId"] = row.entry.key().entryId();
+        object["timestamp"] = row.entry.timestamp().value();
+        object["type"] = Rsvp::stringValue(row.entry.entryType());
+        object["spCliId"] = row.entry.spCliId().value();
+        object["created"] = row.entry.created();
         list.push_back(std::move(object));
     }
     return list;
@@ -193,31 +219,36 @@ nlohmann::ordered_json jsonOf(const std::vector<PathRow>& rows) {
     Json list = Json::array();
     for (const PathRow& row : rows) {
         const Rsvp::RsvpSpHistoryEntry& entry = row.entry;
-        Json error = nullptr;
-        if (entry.error() != Rsvp::RsvpError()) {
-            error = {{"code", entry.error().errorCode()}, {"value", entry.error().errorValue()}};
+        const Rsvp::RsvpSpId& path = entry.key().spId();
+        const Rsvp::RsvpSpBwState& bandwidth = entry.bwState();
+        Json object = jsonOf(row.session, path.sessionId());
+        object["sender"] = addressOf(path);
+        object["lspId"] = path.lspId();
+        object["subGroup"] = nullptr;
+        if (path.subGroupId() != nullptr && !namesSender(path)) {
+            object["subGroup"] = {
+                {"originator", std::string(path.subGroupId()->originator().stringValue())},
+                {"number", path.subGroupId()->subGroup()}};
         }
-        Json interface = nullptr;
-        if (!row.interface.empty()) interface = row.interface;
-        list.push_back({{"time", entry.timestamp().value()},
-                        {"session", row.session},
-                        {"sessionType", entry.key().spId().sessionId().sessionType()},
-                        {"sender", row.sender},
-                        {"entry", entry.key().entryId()},
-                        {"event", Rsvp::stringValue(entry.entryType())},
-                        {"pathState", wordOf(entry.spOperPathState())},
-                        {"resvState", wordOf(entry.spOperResvState())},
-                        {"bypassAvailable", entry.bypassAvailable()},
-                        {"bypassNextHop", jsonOf(entry.bypassNextHop())},
-                        {"bypassNodeProtected", entry.bypassNodeProtected()},
-                        {"dsFrrInUse", entry.dsFrrInUse()},
-                        {"dsNextHop", jsonOf(entry.dsNextHop())},
-                        {"dsNodeProtected", entry.dsNodeProtected()},
-                        {"usFrrInUse", entry.usFrrInUse()},
-                        {"error", error},
-                        {"bandwidth", wordOf(entry.bwState().admission())},
-                        {"bitsPerSecond", entry.bwState().bandwidth()},
-                        {"interface", interface}});
+        object["entryId"] = entry.key().entryId();
+        object["timestamp"] = entry.timestamp().value();
+        object["type"] = Rsvp::stringValue(entry.entryType());
+        object["spOperPathState"] = Rsvp::stringValue(entry.spOperPathState());
+        object["spOperResvState"] = Rsvp::stringValue(entry.spOperResvState());
+        object["bypassAvailable"] = entry.bypassAvailable();
+        object["bypassNextHop"] = jsonOf(entry.bypassNextHop());
+        object["bypassNodeProtected"] = entry.bypassNodeProtected();
+        object["dsFrrInUse"] = entry.dsFrrInUse();
+        object["dsNextHop"] = jsonOf(entry.dsNextHop());
+        object["dsNodeProtected"] = entry.dsNodeProtected();
+        object["usFrrInUse"] = entry.usFrrInUse();
+        object["error"] = jsonOf(entry.error());
+        object["bwState"] = {{"admission", Rsvp::stringValue(bandwidth.admission())},
+                             {"error", jsonOf(bandwidth.error())},
+                             {"bandwidth", bandwidth.bandwidth()},
+                             {"interface", nullptr}};
+        if (!row.interface.empty()) object["bwState"]["interface"] = row.interface;
+        list.push_back(std::move(object));
     }
     return list;
 }

@@ -27,8 +27,8 @@ Mox::MoxTypeBase moxType(RsvpSpBwAdmission);
 ///     offset  size  field
 ///          0     1  admission
 ///          1     3  padding, zero
-///          4     6  error: why the request was rejected
-///         10     6  padding, zero
+///          4     8  error: why the request was rejected
+///         12     4  padding, zero
 ///         16     8  bandwidth in bits per second
 ///         24     8  intfId: the interface whose bandwidth is meant
 class RsvpSpBwState {

@@ -61,6 +61,8 @@ class Documents(unittest.TestCase):
         self.expect("README.md", "agent",
                     self.agent().replace(self.root, "/dev/shm/rsvp-vesk.4SI0NT"))
         self.expect("README.md", "show", run(TOOL, "--root", self.root, "show", "errors"))
+        self.expect("README.md", "get", "$ rsvp-vesk get MessageCounterColl collectionSize\n"
+                    + run(TOOL, "--root", self.root, "get", "MessageCounterColl", "collectionSize"))
         files = sorted(path for path in pathlib.Path(self.root).rglob("*") if path.is_file())
         tree = "".join(f"{path.relative_to(self.root)}\n" for path in files)
         self.expect("docs/layout.md", "tree", tree)

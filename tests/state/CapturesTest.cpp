@@ -1,5 +1,4 @@
-// Whole captures: which sessions and senders are followed, against sheets that were made
-// independently; and damaged messages.
+// Damaged messages of whole captures.
 
 #include "Messages.h"
 
@@ -9,10 +8,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
 
 namespace State::Test {
 
@@ -71,76 +66,6 @@ void forEachMessage(const std::filesystem::path& file, Hear hear) {
     }
     std::sort(files.begin(), files.end());
     return files;
-}
-
-/// "session destination, tunnel ID or port, extended tunnel ID or protocol, sender, LSP ID".
-[[nodiscard]] std::string rowOf(const Rsvp::RsvpSpId& path) {
-    const Rsvp::RsvpSessionId& session = path.sessionId();
-    const auto number = [](const Wirra::IpGenAddr& address) {
-        return std::to_string(Packets::readBe32(address.bytes().data()));
-    };
-    const bool isP2mp = session.sessionType() >= 13;
-    const bool isPlain = session.sessionType() < 7;
-    const bool hasSender = !isP2mp && path.subGroupId() != nullptr;
-    return fmt::format(
-        "{},{},{},{},{}{}",
-        isP2mp ? "p2mp:" + number(session.destination()) : session.destination().stringValue(),
-        session.tunnelId(),
-        isPlain ? number(session.extendedTunnelId()) : session.extendedTunnelId().stringValue(),
-        (hasSender ? path.subGroupId()->originator() : session.extendedTunnelId()).stringValue(),
-        isPlain ? "port:" : "", path.lspId());
-}
-
-/// Rows as above that have a PATH or RESV.
-[[nodiscard]] std::set<std::string> sheetOf(const std::filesystem::path& file) {
-    std::ifstream in(file);
-    std::map<std::string, std::size_t> columns;
-    std::set<std::string> rows;
-    for (std::string line; std::getline(in, line);) {
-        std::vector<std::string> cells;
-        std::istringstream cut(line);
-        for (std::string cell; std::getline(cut, cell, ',');) {
-            while (!cell.empty() && cell.back() == '\r') {
-                cell.pop_back();
-            }
-            cells.push_back(cell);
-        }
-        if (columns.empty()) {
-            for (const std::string& name : cells) {
-                columns.emplace(name, columns.size());
-            }
-            continue;
-        }
-        const auto at = [&](const char* name) { return cells.at(columns.at(name)); };
-        if (at("path") == "0" && at("resv") == "0") continue;
-        rows.insert(fmt::format("{},{},{},{},{}", at("session_dest"), at("tunnel_id"),
-                                at("ext_tunnel_id"), at("sender"), at("lsp_id")));
-    }
-    return rows;
-}
-
-TEST(Captures, SessionsAndSendersAreThoseOfTheSheets) {
-    const std::string folder = STATE_CAPTURES;
-    if (!std::filesystem::exists(folder)) GTEST_SKIP() << folder << " is not there";
-    std::size_t compared = 0;
-    for (const std::filesystem::path& file : filesOf({folder + "/real", folder + "/synth"})) {
-        const std::filesystem::path sheet =
-            folder + "/expected/" + file.stem().string() + ".sessions.csv";
-        if (file.stem() == "synth-bad" || !std::filesystem::exists(sheet)) continue;
-        Log log;
-        Follower follower(log);
-        forEachMessage(file, [&](const Observed& seen) { follower.message(seen); });
-        std::set<std::string> followed;
-        for (const Rsvp::RsvpSpId& path : log.paths) {
-            followed.insert(rowOf(path));
-        }
-        EXPECT_EQ(followed, sheetOf(sheet)) << file;
-        compared += followed.size();
-        std::cout << file.filename().string() << ": " << followed.size() << " senders, "
-                  << log.paths.size() << " entries of paths, " << log.sessions.size()
-                  << " of sessions\n";
-    }
-    EXPECT_GT(compared, 1000U);
 }
 
 /// Every sound message cut short within its objects, and with octets changed. Each fills its heap

@@ -54,7 +54,8 @@ TEST(History, IsFullAndDropsTheOldest) {
     });
     ASSERT_TRUE(end.exited && end.code == 0) << end.errors;
     const HistoryTables reader(Vesk::VeskType::reader);
-    ASSERT_TRUE(reader.sessionFront().ready() && reader.pathFront().ready());
+    for (const auto* front : reader.fronts())
+        ASSERT_TRUE(front->ready());
     {
         const auto entries = reader.paths();
         ASSERT_EQ(entries.size(), paths);

@@ -46,7 +46,8 @@ TEST_F(Tool, TheTextReportSaysTheSame) {
                            "capture\n"),
               std::string::npos);
     EXPECT_EQ(folders, (std::vector<std::string>{"rxIpv4Count", "rxIpv6Count", "txIpv4Count",
-                                                 "txIpv6Count", "rxErrorCount", "txErrorCount"}));
+                                                 "txIpv6Count", "rxErrorCount", "txErrorCount",
+                                                 "sessionHistory", "spHistory"}));
 }
 
 TEST_F(Tool, InterfacesKeepTheirIdentifiers) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The agent counts captures as independent sources say.
+"""The agent counts captures, and follows the sessions in them, as independent sources say.
 
 captures_test.py TOOL own SAMPLES        the project's samples, after what their generator meant
 captures_test.py TOOL reference FOLDER   captures with the findings of another decoder, if present
@@ -25,13 +25,26 @@ SKIPPED = 77
 LOCAL = ("--local", "02:00:5e:10:00")
 
 
+def tool(root, *arguments):
+    run = subprocess.run([TOOL, "--root", root, *arguments],
+                         check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    return run.stdout
+
+
+def shown(root, *what):
+    return json.loads(tool(root, "show", *what, "--json"))
+
+
 def agent(capture, *options):
-    """The report on a capture, counted into empty tables."""
+    """The report on a capture, counted into empty tables, and the histories that it leaves."""
     with tempfile.TemporaryDirectory() as root:
-        run = subprocess.run(
-            [TOOL, "--root", root, "agent", "--pcap", capture, "--json", *options],
-            check=True, stdout=subprocess.PIPE, text=True)
-    return json.loads(run.stdout)
+        report = json.loads(tool(root, "agent", "--pcap", capture, "--json", *options))
+        return report, shown(root, "sessions"), shown(root, "paths")
+
+
+def sheet(name):
+    with open(FOLDER / "expected" / name, newline="") as file:
+        return list(csv.DictReader(file))
 
 
 def messages(report, with_interfaces=True):
@@ -55,9 +68,10 @@ def errors(report):
 
 class Captures(unittest.TestCase):
     frames = 0
+    senders = 0
 
     def report(self, capture, *options):
-        report = agent(capture, *options)
+        report, self.sessions, self.paths = agent(capture, *options)
         self.assertEqual(report["frames"], report["rsvp"] + report["ignored"] + report["cut"])
         self.assertEqual(messages(report)["errors"], sum(errors(report).values()))
         Captures.frames += report["frames"]
@@ -81,10 +95,10 @@ class Reference(Captures):
                 "pktParserGenericFailureErrorType": 104})
             self.assertEqual(sum(messages(report).values()), 636 + 208 + 52 + 104)
             return
+        self.compare_history(sheet(capture.stem + ".sessions.csv"))
         wanted = collections.Counter()
         faults = 0
-        with open(FOLDER / "expected" / (capture.stem + ".counts.csv"), newline="") as sheet:
-            rows = list(csv.DictReader(sheet))
+        rows = sheet(capture.stem + ".counts.csv")
         for row in rows:
             good = int(row["clean"]) + int(row["no_checksum"])
             if int(row["msg_type"] or 0) in COUNTED:
@@ -102,12 +116,27 @@ class Reference(Captures):
         # A damaged frame may also lack what its headers promise, and is no RSVP then.
         self.assertTrue(wrong == faults or "oobr" in capture.stem, (wrong, faults))
 
+    def compare_history(self, rows):
+        wanted = {(row["session_dest"], row["tunnel_id"], row["ext_tunnel_id"], row["sender"],
+                   row["lsp_id"]) for row in rows if row["path"] != "0" or row["resv"] != "0"}
+        plain = 7  # C-Types of sessions below are of RFC 2205: their senders have ports
+        self.assertEqual(
+            {(row["destination"], str(row["tunnelId"]), row["extendedTunnelId"], row["sender"],
+              ("port:" if row["sessionType"] < plain else "") + str(row["lspId"]))
+             for row in self.paths}, wanted)
+        Captures.senders += len(wanted)
+        began = collections.Counter()
+        for row in self.sessions:
+            if row["type"] == "rsvpSessionCreationHistoryEntry":
+                began[row["session"]] += 1 if row["created"] else -1
+                self.assertIn(began[row["session"]], (0, 1))
+        self.assertEqual(began.keys(), {row["session"] for row in self.paths})
+
     def test_digests(self):
         capture = FOLDER / "synth/synth-auth.pcap"
         damage = collections.Counter()
-        with open(FOLDER / "expected/synth-auth.packets.csv", newline="") as sheet:
-            for row in csv.DictReader(sheet):
-                damage[row["defect"] == "bad_digest"] += 1
+        for row in sheet("synth-auth.packets.csv"):
+            damage[row["defect"] == "bad_digest"] += 1
         self.assertGreater(damage[True], 0)
         report = self.report(capture, *LOCAL, "--key", "a1=capture-key-1")
         self.assertEqual(errors(report), {"pktParserIntegrityFailureErrorType": damage[True]})
@@ -129,6 +158,52 @@ class Own(Captures):
                 (capture,) = FOLDER.glob(sample.name.split(".")[0] + ".pcap*")
                 self.assertEqual(self.report(capture, *options), wanted)
 
+    def test_history_is_shown(self):
+        with tempfile.TemporaryDirectory() as root:
+            tool(root, "agent", "--pcap", FOLDER / "two-links.pcap")
+            rows = shown(root, "paths")
+            times = [row["timestamp"] for row in rows]
+            self.assertEqual(times, sorted(times))
+            one = rows[len(rows) // 2]
+            sender = f"{one['sender']}/{one['lspId']}"
+            for options, keep in (
+                    (["--session", one["destination"]],
+                     lambda row: row["destination"] == one["destination"]),
+                    (["--session", one["session"], "--sender", sender],
+                     lambda row: row["session"] == one["session"]
+                     and (row["sender"], row["lspId"]) == (one["sender"], one["lspId"])),
+                    (["--since", str(one["timestamp"])],
+                     lambda row: row["timestamp"] >= one["timestamp"]),
+                    (["--until", str(one["timestamp"])],
+                     lambda row: row["timestamp"] <= one["timestamp"])):
+                kept = [row for row in rows if keep(row)]
+                self.assertTrue(0 < len(kept) < len(rows), options)
+                self.assertEqual(shown(root, "paths", *options), kept)
+                self.assertEqual(len(tool(root, "show", "paths", *options).splitlines()),
+                                 len(kept))
+            sessions = shown(root, "sessions", "--session", one["session"])
+            self.assertEqual({row["session"] for row in sessions}, {one["session"]})
+
+    def test_any_attribute_by_name(self):
+        with tempfile.TemporaryDirectory() as root:
+            tool(root, "agent", "--pcap", FOLDER / "two-links.pcap")
+            errors = {row["error"]: row["count"] for row in shown(root, "errors")
+                      if row["direction"] == "rx"}
+            self.assertEqual(tool(root, "get", "MessageCounterColl", "collectionSize"), "5632\n")
+            elements = tool(root, "get", "ErrorCounterColl", "rxErrorCount").splitlines()
+            self.assertEqual(sorted(elements), sorted(
+                f"Value('Rsvp::Vesk::ErrorCounter', ** {{'key': {error}, 'count': {count}}})"
+                for error, count in errors.items()))
+            for error, count in errors.items():
+                self.assertIn(f"'count': {count}}}",
+                              tool(root, "get", "ErrorCounterColl", "rxErrorCount", error))
+            entries = tool(root, "get", "RsvpSpHistory", "spHistory").splitlines()
+            self.assertEqual(len(entries), len(shown(root, "paths")))
+            for wrong in (["get", "Nothing", "at"], ["get", "ErrorCounterColl", "nothing"],
+                          ["call", "ErrorCounterColl", "snapshotFrom"]):
+                with self.assertRaises(subprocess.CalledProcessError):
+                    tool(root, *wrong)
+
 
 if __name__ == "__main__":
     if not FOLDER.is_dir():
@@ -138,5 +213,6 @@ if __name__ == "__main__":
     case = Own if KIND == "own" else Reference
     suite = unittest.defaultTestLoader.loadTestsFromTestCase(case)
     result = unittest.TextTestRunner().run(suite)
-    print(f"{Captures.frames} frames counted and compared in {time.monotonic() - begin:.1f} s")
+    print(f"{Captures.frames} frames counted, {Captures.senders} senders followed and compared in "
+          f"{time.monotonic() - begin:.1f} s")
     sys.exit(not result.wasSuccessful())
