@@ -34,7 +34,7 @@ ROOM = 576 << 10  # of the file system that holds the tables
 NO_TABLE = 3  # exit code
 WRAP = 1 << 32  # counts are 32 bits wide
 PATIENCE = 30  # seconds after which what should have happened is a fault
-GROWTH = 512 << 10  # of resident memory that is not a leak yet: touched pages of code and stacks
+GROWTH = 1 << 20  # of private memory that is not a leak yet: heaps that fill up with rows, stacks
 
 
 class Fault(Exception):
@@ -108,15 +108,16 @@ def wrapped(counts):
 
 
 class Usage:
-    """Resident memory and descriptors of a process, over its life."""
+    """Private memory and descriptors of a process, over its life. Mapped tables are not its own:
+    they grow with what they hold, and are bounded by the small file system."""
 
     def __init__(self, process):
         self.folder = pathlib.Path("/proc", str(process.pid))
         self.memory, self.descriptors = [], []
 
     def look(self):
-        pages = int((self.folder / "statm").read_text().split()[1])
-        self.memory.append(pages * os.sysconf("SC_PAGESIZE"))
+        resident, shared = map(int, (self.folder / "statm").read_text().split()[1:3])
+        self.memory.append((resident - shared) * os.sysconf("SC_PAGESIZE"))
         self.descriptors.append(len(list((self.folder / "fd").iterdir())))
 
     def verdict(self, who):
