@@ -81,7 +81,7 @@ std::string textOf(const Mox::Seconds& time) {
     if (!(seconds >= 0 && seconds < kYear10000)) return fmt::format("{}", time.value());
     const double whole = std::floor(seconds);
     return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}", fmt::gmtime(static_cast<std::time_t>(whole)),
-                       static_cast<int>((seconds - whole) * 1000 + 0.5));
+                       std::lround((seconds - whole) * 1000));
 }
 
 const char* wordOf(Rsvp::RsvpSpOperState state) {

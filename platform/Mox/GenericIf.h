@@ -128,9 +128,9 @@ T& at(void* pointer) {
 }
 
 template <class T>
-constexpr bool isPtr = false;
+inline constexpr bool isPtr = false;
 template <class T>
-constexpr bool isPtr<Ptr<T>> = true;
+inline constexpr bool isPtr<Ptr<T>> = true;
 
 template <class T>
 struct PtrTarget;
@@ -278,7 +278,7 @@ struct TableAttribute {
         case opHas: {
             bool found = false;
             Table::map(owner).safeLookup(take<Key>(args[0]), found);
-            give(out, std::move(found));
+            give(out, bool{found});
             break;
         }
         default:

@@ -107,7 +107,7 @@ T deserializeAttr(CharRange& range, const char* attrName) {
 template <class T>
 T strepToValue(const String& text, T* into = nullptr) {
     CharRange range(text);
-    const T value = readValue<T>(range);
+    T value = readValue<T>(range);
     range.checkAllDataConsumed();
     if (into != nullptr) *into = value;
     return value;

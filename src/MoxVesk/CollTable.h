@@ -99,7 +99,7 @@ class CollTable {
         const K key = keyArgument;
         ++*delCount_;
         if (!map_.safeRemove(key)) return Ops::defaultValue();
-        const V removed = map_.removed(); // an observer may remove another one
+        V removed = map_.removed(); // an observer may remove another one
         tell(key);
         return removed;
     }
